@@ -1,0 +1,102 @@
+#include <quov/QuovAd.h>
+
+#include <quov/MainLoop.h>
+#include <quov/QVRequestHelper.h>
+
+#include "facade/QuovAdFlow.h"
+#include "platform/Log.h"
+
+#include <mutex>
+
+extern "C" {
+const double QuovSDKVersionNumber = 1.0;
+const unsigned char QuovSDKVersionString[] =
+    "@(#)PROGRAM:QuovSDK  PROJECT:QuovSDK-1\n";
+}
+
+namespace quov {
+
+QuovAdDelegate::~QuovAdDelegate() = default;
+void QuovAdDelegate::onQuovSDKAdFetchedBid(QVBidModelPtr) {}
+void QuovAdDelegate::onQuovSDKAdLoaded() {}
+void QuovAdDelegate::onQuovSDKAdDisplayed() {}
+void QuovAdDelegate::onQuovSDKAdClicked() {}
+void QuovAdDelegate::onQuovSDKAdClosed() {}
+void QuovAdDelegate::onQuovSDKAdLoadFailed(const Error&) {}
+
+QuovAd& QuovAd::shared() {
+    static QuovAd* instance = new QuovAd();  // lives until the process ends
+    return *instance;
+}
+
+QuovAd::QuovAd() : imei_(std::string()), oaid_(std::string()) {}
+QuovAd::~QuovAd() = default;
+
+void QuovAd::setupWithAppId(std::optional<std::string> appId, std::optional<std::string> appKey) {
+    appId_ = std::move(appId);
+    appKey_ = std::move(appKey);
+    platform::QVLog("Init Finished, AppId: %@ AppKey %@", platform::orNull(AppId()),
+                    platform::orNull(AppKey()));
+}
+
+void QuovAd::setIMEI(std::optional<std::string> imei) { imei_ = std::move(imei); }
+void QuovAd::setOAID(std::optional<std::string> oaid) { oaid_ = std::move(oaid); }
+
+void QuovAd::loadAdWithAdId(std::optional<std::string> adId) {
+    if (!appKey_ || !appId_) {
+        platform::QVLog("Please call `setup` initialize first");
+        return;
+    }
+    QVRequestHelper::loadAdWithAdId(adId, QuovAdFlow::makeLoadCompletion(*this));
+}
+
+// ---- the load flow ----
+
+namespace {
+std::mutex presenterMutex;
+QuovAdFlow::ViewPresenter& presenterSlot() {
+    static QuovAdFlow::ViewPresenter presenter;
+    return presenter;
+}
+}  // namespace
+
+void QuovAdFlow::setViewPresenter(ViewPresenter presenter) {
+    std::lock_guard lock(presenterMutex);
+    presenterSlot() = std::move(presenter);
+}
+
+void QuovAdFlow::presentOnView(QuovAd& ad, QVBidModelPtr bid) {
+    ViewPresenter presenter;
+    {
+        std::lock_guard lock(presenterMutex);
+        presenter = presenterSlot();
+    }
+    if (presenter) {
+        presenter(ad, std::move(bid));
+    } else {
+        showInKeyWindow(ad, std::move(bid));
+    }
+}
+
+LoadCompletion QuovAdFlow::makeLoadCompletion(QuovAd& ad) {
+    QuovAd* facade = &ad;
+    return [facade](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
+        if (error) {
+            if (auto d = facade->delegate()) d->onQuovSDKAdLoadFailed(*error);
+            return;
+        }
+        if (bids.empty()) {
+            if (auto d = facade->delegate()) d->onQuovSDKAdLoadFailed(Error{"QAPP", 204, std::nullopt});
+            return;
+        }
+        QVBidModelPtr first = bids.front();
+        if (first && first->isRendering() == 1) {
+            if (auto d = facade->delegate()) d->onQuovSDKAdFetchedBid(first);
+            return;
+        }
+        if (auto d = facade->delegate()) d->onQuovSDKAdLoaded();
+        presentOnView(*facade, std::move(first));
+    };
+}
+
+}  // namespace quov

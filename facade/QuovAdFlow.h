@@ -1,0 +1,26 @@
+#pragma once
+
+#include <quov/QuovAd.h>
+#include <quov/QVRequestHelper.h>
+
+#include <functional>
+
+namespace quov {
+
+/// The load flow behind QuovAd, split out so each decision can be driven directly.
+struct QuovAdFlow {
+    /// The completion the facade hands to the request helper: error first, then
+    /// "no bid", then the host-rendered bid, then the view path.
+    static LoadCompletion makeLoadCompletion(QuovAd& ad);
+
+    /// The view path: puts the bid on screen and wires its three callbacks to the
+    /// delegate. Replaceable so the decisions can be observed without a window.
+    using ViewPresenter = std::function<void(QuovAd& ad, QVBidModelPtr bid)>;
+    static void setViewPresenter(ViewPresenter presenter);  // empty restores the default
+    static void presentOnView(QuovAd& ad, QVBidModelPtr bid);
+
+    /// The default presenter.
+    static void showInKeyWindow(QuovAd& ad, QVBidModelPtr bid);
+};
+
+}  // namespace quov

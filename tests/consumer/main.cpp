@@ -1,0 +1,23 @@
+// A host that only sees the installed headers and library.
+#include <quov/MainLoop.h>
+#include <quov/QVError.h>
+#include <quov/QuovAd.h>
+
+#include <cstdio>
+#include <cstring>
+
+int main() {
+    quov::QuovAd& ad = quov::QuovAd::shared();
+    ad.setIMEI("consumer");
+    const quov::Error e = quov::QVError::errorWithCode(4001);
+    bool ok = QuovSDKVersionNumber == 1.0 &&
+              std::strcmp(reinterpret_cast<const char*>(QuovSDKVersionString),
+                          "@(#)PROGRAM:QuovSDK  PROJECT:QuovSDK-1\n") == 0 &&
+              e.code == 4001 && ad.IMEI() == std::string("consumer");
+    int ran = 0;
+    quov::MainLoop::shared().post([&] { ++ran; });
+    quov::MainLoop::shared().drain();
+    ok = ok && ran == 1;
+    std::puts(ok ? "consumer ok" : "consumer FAILED");
+    return ok ? 0 : 1;
+}

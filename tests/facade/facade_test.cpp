@@ -1,0 +1,223 @@
+#include <quov/MainLoop.h>
+#include <quov/QuovAd.h>
+
+#include "facade/QuovAdFlow.h"
+#include "support/LogCapture.h"
+#include "support/RecordingDelegate.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <thread>
+
+namespace quov {
+namespace {
+
+using test::LogCapture;
+using test::RecordingDelegate;
+
+QVBidModelPtr bidWithRendering(std::int64_t rendering, const char* id = "b") {
+    auto bid = std::make_shared<QVBidModel>();
+    bid->setIdentifier(std::string(id));
+    bid->setIsRendering(rendering);
+    return bid;
+}
+
+class LoadCompletion : public ::testing::Test {
+protected:
+    void SetUp() override {
+        delegate = std::make_shared<RecordingDelegate>();
+        ad.setDelegate(delegate);
+        QuovAdFlow::setViewPresenter([this](QuovAd&, QVBidModelPtr bid) {
+            delegate->calls.push_back("view");
+            presented.push_back(std::move(bid));
+        });
+    }
+    void TearDown() override { QuovAdFlow::setViewPresenter({}); }
+
+    QuovAd ad;
+    std::shared_ptr<RecordingDelegate> delegate;
+    std::vector<QVBidModelPtr> presented;
+};
+
+TEST_F(LoadCompletion, DecidesInTheSpecifiedOrder) {
+    const Error networkError = QVError::errorWithCode(4001);
+    struct Case {
+        const char* name;
+        std::vector<QVBidModelPtr> bids;
+        std::optional<Error> error;
+        std::vector<std::string> calls;
+    };
+    const std::vector<Case> cases = {
+        {"error wins over bids", {bidWithRendering(1)}, networkError, {"loadFailed"}},
+        {"error alone", {}, networkError, {"loadFailed"}},
+        {"no bids", {}, std::nullopt, {"loadFailed"}},
+        {"host renders", {bidWithRendering(1)}, std::nullopt, {"fetchedBid"}},
+        {"rendering 0 takes the view path", {bidWithRendering(0)}, std::nullopt, {"loaded", "view"}},
+        {"rendering 2 takes the view path", {bidWithRendering(2)}, std::nullopt, {"loaded", "view"}},
+        {"rendering -1 takes the view path", {bidWithRendering(-1)}, std::nullopt, {"loaded", "view"}},
+        {"only the first bid decides", {bidWithRendering(0), bidWithRendering(1)}, std::nullopt,
+         {"loaded", "view"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        delegate->calls.clear();
+        QuovAdFlow::makeLoadCompletion(ad)(c.bids, c.error);
+        EXPECT_EQ(delegate->calls, c.calls);
+    }
+}
+
+TEST_F(LoadCompletion, ErrorIsPassedOnUnchanged) {
+    Error custom{"X", -7, std::string("d")};
+    QuovAdFlow::makeLoadCompletion(ad)({bidWithRendering(0)}, custom);
+    ASSERT_EQ(delegate->errors.size(), 1u);
+    EXPECT_EQ(delegate->errors[0], custom);
+    EXPECT_TRUE(presented.empty());
+}
+
+TEST_F(LoadCompletion, EmptyListGivesQappWithoutDescription) {
+    QuovAdFlow::makeLoadCompletion(ad)({}, std::nullopt);
+    ASSERT_EQ(delegate->errors.size(), 1u);
+    EXPECT_EQ(delegate->errors[0].domain, "QAPP");
+    EXPECT_EQ(delegate->errors[0].code, 204);
+    EXPECT_FALSE(delegate->errors[0].description.has_value());
+}
+
+TEST_F(LoadCompletion, FirstBidGoesToTheHostOrTheView) {
+    auto first = bidWithRendering(1, "first");
+    QuovAdFlow::makeLoadCompletion(ad)({first, bidWithRendering(1, "second")}, std::nullopt);
+    ASSERT_EQ(delegate->fetched.size(), 1u);
+    EXPECT_EQ(delegate->fetched[0], first);
+    EXPECT_TRUE(presented.empty());
+
+    auto shown = bidWithRendering(0, "shown");
+    QuovAdFlow::makeLoadCompletion(ad)({shown, bidWithRendering(0, "dropped")}, std::nullopt);
+    ASSERT_EQ(presented.size(), 1u);
+    EXPECT_EQ(presented[0], shown);
+}
+
+TEST_F(LoadCompletion, GoneDelegateIsSkippedAndTheViewStillShown) {
+    auto completion = QuovAdFlow::makeLoadCompletion(ad);
+    delegate->calls.clear();
+    auto keep = delegate;
+    QuovAdFlow::setViewPresenter([&](QuovAd&, QVBidModelPtr bid) {
+        keep->calls.push_back("view");
+        presented.push_back(std::move(bid));
+    });
+    delegate.reset();
+    ad.setDelegate(std::weak_ptr<QuovAdDelegate>());
+    completion({}, QVError::errorWithCode(4001));
+    completion({}, std::nullopt);
+    completion({bidWithRendering(1)}, std::nullopt);
+    completion({bidWithRendering(0)}, std::nullopt);
+    EXPECT_EQ(keep->calls, (std::vector<std::string>{"view"}));
+    EXPECT_EQ(presented.size(), 1u);
+}
+
+TEST_F(LoadCompletion, DelegateIsLookedUpAtCallTimeNotWhenTheLoadStarted) {
+    auto completion = QuovAdFlow::makeLoadCompletion(ad);
+    auto later = std::make_shared<RecordingDelegate>();
+    ad.setDelegate(later);
+    completion({}, std::nullopt);
+    EXPECT_TRUE(delegate->calls.empty());
+    EXPECT_EQ(later->calls, (std::vector<std::string>{"loadFailed"}));
+}
+
+TEST(Facade, FreshInstanceDefaults) {
+    QuovAd ad;
+    EXPECT_FALSE(ad.AppId().has_value());
+    EXPECT_FALSE(ad.AppKey().has_value());
+    EXPECT_EQ(ad.IMEI(), std::optional<std::string>(""));
+    EXPECT_EQ(ad.OAID(), std::optional<std::string>(""));
+    EXPECT_EQ(ad.delegate(), nullptr);
+}
+
+TEST(Facade, SharedIsOneInstanceAcrossThreads) {
+    std::vector<QuovAd*> seen(8);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) threads.emplace_back([&, i] { seen[i] = &QuovAd::shared(); });
+    for (auto& t : threads) t.join();
+    for (auto* p : seen) EXPECT_EQ(p, &QuovAd::shared());
+}
+
+TEST(Facade, SetupStoresAndLogsEvenAbsentValues) {
+    QuovAd ad;
+    LogCapture log;
+    ad.setupWithAppId(std::string("app"), std::string("key"));
+    EXPECT_EQ(ad.AppId(), std::optional<std::string>("app"));
+    ad.setupWithAppId(std::nullopt, std::string(""));
+    EXPECT_FALSE(ad.AppId().has_value());
+    EXPECT_EQ(ad.AppKey(), std::optional<std::string>(""));
+    auto init = log.linesStartingWith("Init Finished");
+    ASSERT_EQ(init.size(), 2u);
+    EXPECT_EQ(init[0], "Init Finished, AppId: app AppKey key");
+    EXPECT_EQ(init[1], "Init Finished, AppId: (null) AppKey ");
+}
+
+TEST(Facade, LoadBeforeSetupLogsAndCallsNothing) {
+    struct Case {
+        std::optional<std::string> id, key;
+    };
+    for (const Case& c : {Case{std::nullopt, std::nullopt}, Case{std::string("a"), std::nullopt},
+                          Case{std::nullopt, std::string("k")}}) {
+        QuovAd ad;
+        auto delegate = std::make_shared<RecordingDelegate>();
+        ad.setDelegate(delegate);
+        if (c.id || c.key) ad.setupWithAppId(c.id, c.key);
+        LogCapture log;
+        ad.loadAdWithAdId(std::string("slot"));
+        EXPECT_EQ(log.lines(), (std::vector<std::string>{"Please call `setup` initialize first"}));
+        EXPECT_TRUE(delegate->calls.empty());
+        EXPECT_EQ(MainLoop::shared().pending(), 0u) << "nothing may be started";
+    }
+}
+
+TEST(Facade, EmptyCredentialsPassThePrecondition) {
+    QuovAd ad;
+    ad.setupWithAppId(std::string(""), std::string(""));
+    LogCapture log;
+    ad.loadAdWithAdId(std::nullopt);
+    EXPECT_TRUE(log.linesStartingWith("Please call").empty());
+    MainLoop::shared().runUntil([] { return MainLoop::shared().pending() == 0; },
+                                std::chrono::seconds(5));
+}
+
+TEST(Facade, IdentifiersAreStoredAsGiven) {
+    QuovAd ad;
+    ad.setIMEI(std::string("123"));
+    ad.setOAID(std::nullopt);
+    EXPECT_EQ(ad.IMEI(), std::optional<std::string>("123"));
+    EXPECT_FALSE(ad.OAID().has_value());
+}
+
+TEST(Version, SymbolsHaveTheirExactValues) {
+    EXPECT_EQ(QuovSDKVersionNumber, 1.0);
+    const char* expected = "@(#)PROGRAM:QuovSDK  PROJECT:QuovSDK-1\n";
+    EXPECT_EQ(std::memcmp(QuovSDKVersionString, expected, std::strlen(expected) + 1), 0);
+}
+
+TEST(Errors, FactoryTable) {
+    struct Case {
+        std::int64_t code;
+        const char* description;
+    };
+    for (const Case& c : {Case{3002, "网络错误"}, Case{4001, "协商失败"}, Case{4002, "匹配错误"},
+                          Case{0, "其他错误"}, Case{-1, "其他错误"}, Case{204, "其他错误"},
+                          Case{INT64_MAX, "其他错误"}}) {
+        SCOPED_TRACE(c.code);
+        Error e = QVError::errorWithCode(c.code);
+        EXPECT_EQ(e.domain, " QuovADSDK Error");
+        EXPECT_EQ(e.domain.size(), 16u);
+        EXPECT_EQ(e.code, c.code);
+        EXPECT_EQ(e.description, std::optional<std::string>(c.description));
+    }
+}
+
+TEST(Errors, DescribeReadsLikeALogLine) {
+    EXPECT_EQ(QVError::errorWithCode(4001).describe(),
+              "Error Domain= QuovADSDK Error Code=4001 \"协商失败\"");
+    EXPECT_EQ((Error{"QAPP", 204, std::nullopt}).describe(), "Error Domain=QAPP Code=204");
+}
+
+}  // namespace
+}  // namespace quov

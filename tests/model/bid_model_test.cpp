@@ -1,0 +1,130 @@
+#include <quov/QVBidModel.h>
+
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+namespace quov {
+namespace {
+
+using nlohmann::json;
+using Strings = std::vector<std::string>;
+
+TEST(BidModel, ReadsEveryKeyOfAWellFormedBid) {
+    auto bid = QVBidModel::initWithDict(json::parse(R"({
+        "id": "bid-1", "adType": 3, "click_url": "https://c", "deeplink_url": "app://d",
+        "ios_url": "https://i", "check_views": ["v1", "v2"], "check_clicks": ["c1"],
+        "check_player_url": "https://p",
+        "images": [{"url": "https://img/1.png", "w": 600, "h": 500}, {"url": "u2", "w": "1", "h": "2"}]
+    })"));
+    EXPECT_EQ(bid->identifier(), std::optional<std::string>("bid-1"));
+    EXPECT_EQ(bid->adType(), 3);
+    EXPECT_EQ(bid->clickURL(), std::optional<std::string>("https://c"));
+    EXPECT_EQ(bid->deepLinkURL(), std::optional<std::string>("app://d"));
+    EXPECT_EQ(bid->iOSURL(), std::optional<std::string>("https://i"));
+    EXPECT_EQ(bid->checkViews(), std::optional<Strings>(Strings{"v1", "v2"}));
+    EXPECT_EQ(bid->checkClicks(), std::optional<Strings>(Strings{"c1"}));
+    EXPECT_EQ(bid->checkPlayerURL(), std::optional<std::string>("https://p"));
+    ASSERT_EQ(bid->images().size(), 2u);
+    EXPECT_EQ(bid->images()[0].url(), std::optional<std::string>("https://img/1.png"));
+    EXPECT_EQ(bid->images()[0].width(), 600);
+    EXPECT_EQ(bid->images()[0].height(), 500);
+    EXPECT_EQ(bid->images()[1].width(), 1);
+    EXPECT_EQ(bid->images()[1].height(), 2);
+    EXPECT_EQ(bid->isRendering(), 0);
+}
+
+TEST(BidModel, IntegerConversions) {
+    struct Case {
+        const char* json;
+        std::int64_t expected;
+    };
+    const Case cases[] = {
+        {R"(3)", 3},         {R"("3")", 3},           {R"(3.9)", 3},         {R"(-3.9)", -3},
+        {R"("  42abc")", 42}, {R"("-7")", -7},        {R"("+8")", 8},        {R"("abc")", 0},
+        {R"("")", 0},        {R"(null)", 0},          {R"(true)", 0},        {R"([1])", 0},
+        {R"({"a":1})", 0},   {R"(1e300)", INT64_MAX}, {R"(-1e300)", INT64_MIN},
+        {R"(18446744073709551615)", INT64_MAX},       {R"("99999999999999999999")", INT64_MAX},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.json);
+        json value = json::parse(c.json);
+        EXPECT_EQ(QVBidModel::initWithDict(json{{"adType", value}})->adType(), c.expected);
+        auto image = QVBidImageModel::initWithDict(json{{"h", value}, {"w", value}});
+        EXPECT_EQ(image.height(), c.expected);
+        EXPECT_EQ(image.width(), c.expected);
+    }
+    EXPECT_EQ(QVBidModel::initWithDict(json::object())->adType(), 0);
+    auto image = QVBidImageModel::initWithDict(json::parse(R"({"url":"u","h":"480","w":320})"));
+    EXPECT_EQ(image.height(), 480);
+    EXPECT_EQ(image.width(), 320);
+}
+
+TEST(BidModel, MissingKeysLeaveValuesAbsentAndImagesEmpty) {
+    auto bid = QVBidModel::initWithDict(json::object());
+    EXPECT_FALSE(bid->identifier());
+    EXPECT_FALSE(bid->clickURL());
+    EXPECT_FALSE(bid->deepLinkURL());
+    EXPECT_FALSE(bid->iOSURL());
+    EXPECT_FALSE(bid->checkViews());
+    EXPECT_FALSE(bid->checkClicks());
+    EXPECT_FALSE(bid->checkPlayerURL());
+    EXPECT_TRUE(bid->images().empty());
+    EXPECT_FALSE(QVBidImageModel::initWithDict(json::object()).url());
+}
+
+TEST(BidModel, WrongTypesReadAsAbsentAndListsKeepOnlyStrings) {
+    auto bid = QVBidModel::initWithDict(json::parse(R"({
+        "id": 17, "click_url": ["x"], "deeplink_url": null, "ios_url": {"a": 1},
+        "check_player_url": false,
+        "check_views": "https://not-a-list", "check_clicks": ["a", 1, null, {"u": "x"}, "b", ["c"]],
+        "images": [{"url": 5, "w": 10, "h": 20}, "https://img", 7, null, {"url": "ok"}]
+    })"));
+    EXPECT_FALSE(bid->identifier());
+    EXPECT_FALSE(bid->clickURL());
+    EXPECT_FALSE(bid->deepLinkURL());
+    EXPECT_FALSE(bid->iOSURL());
+    EXPECT_FALSE(bid->checkPlayerURL());
+    EXPECT_FALSE(bid->checkViews());
+    EXPECT_EQ(bid->checkClicks(), std::optional<Strings>(Strings{"a", "b"}));
+    ASSERT_EQ(bid->images().size(), 2u) << "non-object images are skipped";
+    EXPECT_FALSE(bid->images()[0].url());
+    EXPECT_EQ(bid->images()[0].width(), 10);
+    EXPECT_EQ(bid->images()[1].url(), std::optional<std::string>("ok"));
+
+    for (const char* images : {R"("x")", R"({"url":"u"})", R"(3)", R"(null)"})
+        EXPECT_TRUE(QVBidModel::initWithDict(json{{"images", json::parse(images)}})->images().empty())
+            << images;
+}
+
+TEST(BidModel, NonObjectDocumentsGiveAnEmptyBid) {
+    for (const char* doc : {"[]", "null", "3", R"("bid")", R"([{"id":"x"}])"}) {
+        auto bid = QVBidModel::initWithDict(json::parse(doc));
+        ASSERT_NE(bid, nullptr);
+        EXPECT_FALSE(bid->identifier()) << doc;
+        EXPECT_TRUE(bid->images().empty()) << doc;
+    }
+}
+
+TEST(BidModel, KeysAreExactAndIsRenderingIsNeverRead) {
+    auto bid = QVBidModel::initWithDict(json::parse(R"({
+        "isRendering": 1, "is_rendering": 1, "deepLinkURL": "a", "deepLinkUrl": "b",
+        "clickURL": "c", "ID": "d", "adtype": 5, "Images": [{"url": "x"}], "checkViews": ["v"]
+    })"));
+    EXPECT_EQ(bid->isRendering(), 0);
+    EXPECT_FALSE(bid->deepLinkURL());
+    EXPECT_FALSE(bid->clickURL());
+    EXPECT_FALSE(bid->identifier());
+    EXPECT_EQ(bid->adType(), 0);
+    EXPECT_TRUE(bid->images().empty());
+    EXPECT_FALSE(bid->checkViews());
+}
+
+TEST(BidModel, EmptyStringsAndListsArePresentNotAbsent) {
+    auto bid = QVBidModel::initWithDict(json::parse(R"({"id": "", "check_views": []})"));
+    EXPECT_EQ(bid->identifier(), std::optional<std::string>(""));
+    EXPECT_EQ(bid->checkViews(), std::optional<Strings>(Strings{}));
+}
+
+}  // namespace
+}  // namespace quov

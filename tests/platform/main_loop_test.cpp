@@ -1,0 +1,105 @@
+#include <quov/MainLoop.h>
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace {
+
+bool readable(int fd) {
+    pollfd p{fd, POLLIN, 0};
+    return ::poll(&p, 1, 0) == 1 && (p.revents & POLLIN);
+}
+
+TEST(MainLoop, RunsTasksInPostingOrderOnTheDrainingThread) {
+    quov::MainLoop loop;
+    std::vector<int> order;
+    std::thread::id ranOn;
+    for (int i = 0; i < 5; ++i)
+        loop.post([&, i] {
+            order.push_back(i);
+            ranOn = std::this_thread::get_id();
+        });
+    EXPECT_TRUE(order.empty()) << "posting must not run anything";
+    EXPECT_EQ(loop.drain(), 5u);
+    EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
+    EXPECT_EQ(ranOn, std::this_thread::get_id());
+}
+
+TEST(MainLoop, PostsFromManyThreadsKeepEachThreadsOrder) {
+    quov::MainLoop loop;
+    constexpr int kThreads = 4, kEach = 500;
+    std::vector<std::vector<int>> seen(kThreads);
+    std::vector<std::thread> workers;
+    for (int t = 0; t < kThreads; ++t)
+        workers.emplace_back([&, t] {
+            for (int i = 0; i < kEach; ++i) loop.post([&, t, i] { seen[t].push_back(i); });
+        });
+    for (auto& w : workers) w.join();
+    loop.drain();
+    for (int t = 0; t < kThreads; ++t) {
+        ASSERT_EQ(seen[t].size(), static_cast<size_t>(kEach));
+        for (int i = 0; i < kEach; ++i) ASSERT_EQ(seen[t][i], i);
+    }
+}
+
+TEST(MainLoop, FdIsReadableExactlyWhileTasksWait) {
+    quov::MainLoop loop;
+    EXPECT_FALSE(readable(loop.fd()));
+    loop.post([] {});
+    EXPECT_TRUE(readable(loop.fd()));
+    loop.drain();
+    EXPECT_FALSE(readable(loop.fd()));
+
+    // A task posted by a task waits for the next drain, and keeps the fd readable.
+    loop.post([&] { loop.post([] {}); });
+    EXPECT_EQ(loop.drain(), 1u);
+    EXPECT_TRUE(readable(loop.fd()));
+    EXPECT_EQ(loop.pending(), 1u);
+    EXPECT_EQ(loop.drain(), 1u);
+    EXPECT_FALSE(readable(loop.fd()));
+}
+
+TEST(MainLoop, FdWakesAPollerWhenAnotherThreadPosts) {
+    quov::MainLoop loop;
+    std::thread poster([&] { loop.post([] {}); });
+    pollfd p{loop.fd(), POLLIN, 0};
+    ASSERT_EQ(::poll(&p, 1, 10000), 1);
+    poster.join();
+    EXPECT_EQ(loop.drain(), 1u);
+}
+
+TEST(MainLoop, RunUntilReturnsWhenDoneAndWhenTimedOut) {
+    quov::MainLoop loop;
+    std::atomic<bool> flag{false};
+    std::thread worker([&] { loop.post([&] { flag = true; }); });
+    EXPECT_TRUE(loop.runUntil([&] { return flag.load(); }, std::chrono::seconds(10)));
+    worker.join();
+
+    int polls = 0;
+    EXPECT_FALSE(loop.runUntil([&] { ++polls; return false; }, std::chrono::milliseconds(20)));
+    EXPECT_GE(polls, 1);
+    EXPECT_TRUE(loop.runUntil([] { return true; }, std::chrono::milliseconds(0)));
+}
+
+TEST(MainLoop, AThrowingTaskLosesNothingBehindIt) {
+    quov::MainLoop loop;
+    std::vector<int> order;
+    loop.post([&] { order.push_back(1); });
+    loop.post([] { throw std::runtime_error("host callback failed"); });
+    loop.post([&] { order.push_back(3); });
+    EXPECT_THROW(loop.drain(), std::runtime_error);
+    loop.post([&] { order.push_back(4); });
+    EXPECT_TRUE(readable(loop.fd()));
+    loop.drain();
+    EXPECT_EQ(order, (std::vector<int>{1, 3, 4}));
+}
+
+TEST(MainLoop, SharedIsOneInstance) { EXPECT_EQ(&quov::MainLoop::shared(), &quov::MainLoop::shared()); }
+
+}  // namespace
