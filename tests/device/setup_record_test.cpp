@@ -2,7 +2,6 @@
 #include <quov/QuovAd.h>
 
 #include "platform/fake_device.h"
-#include "platform/linux_device.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -44,15 +43,4 @@ TEST(SetupRecord, MissingShortVersionMakesSetupThrowNamingTheKey) {
     EXPECT_EQ(ad.AppId(), std::optional<std::string>("app")) << "credentials are stored before the record";
     EXPECT_EQ(log.linesStartingWith("Init Finished").size(), 1u);
     EXPECT_TRUE(log.linesStartingWith("deviceInfo").empty());
-}
-
-TEST(SetupRecord, TheLinuxDefaultWithoutHostBundleRefusesSetup) {
-    // What a host that skips setBundleInfo gets: a clear failure, not a made-up version.
-    auto platform = std::make_shared<quov::platform::LinuxDevicePlatform>();
-    ScopedDevicePlatform scope(platform);
-    QuovAd ad;
-    quov::test::LogCapture log;
-    EXPECT_THROW(ad.setupWithAppId(std::string("a"), std::string("k")), std::invalid_argument);
-    platform->setBundleInfo({{"CFBundleIdentifier", "com.example"}, {"CFBundleShortVersionString", "1"}});
-    EXPECT_NO_THROW(ad.setupWithAppId(std::string("a"), std::string("k")));
 }
