@@ -164,6 +164,45 @@ std::vector<double> minimumNormLeastSquares(const Matrix& A, const std::vector<d
     return d;
 }
 
+/// Horizontal and vertical constraints never share an unknown, so the two axes
+/// are solved apart (an eighth of the work of one system), each over only the
+/// unknowns its equations name.
+std::vector<double> solveByAxis(const Matrix& A, const std::vector<double>& r, std::size_t& rank) {
+    std::vector<double> d(A.cols, 0.0);
+    rank = 0;
+    for (int axis = 0; axis < 2; ++axis) {
+        std::vector<std::size_t> cols;
+        for (std::size_t j = 0; j < A.cols; ++j) {
+            const auto c = static_cast<Component>(j % 4);
+            if ((c == kX || c == kW) != (axis == 0)) continue;
+            for (std::size_t i = 0; i < A.rows; ++i)
+                if (A.at(i, j) != 0) {
+                    cols.push_back(j);
+                    break;
+                }
+        }
+        std::vector<std::size_t> rows;
+        for (std::size_t i = 0; i < A.rows; ++i)
+            for (std::size_t j : cols)
+                if (A.at(i, j) != 0) {
+                    rows.push_back(i);
+                    break;
+                }
+        if (rows.empty()) continue;
+        Matrix sub(rows.size(), cols.size());
+        std::vector<double> subR(rows.size());
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            subR[i] = r[rows[i]];
+            for (std::size_t j = 0; j < cols.size(); ++j) sub.at(i, j) = A.at(rows[i], cols[j]);
+        }
+        std::size_t subRank = 0;
+        const auto subD = minimumNormLeastSquares(sub, subR, subRank);
+        rank += subRank;
+        for (std::size_t j = 0; j < cols.size(); ++j) d[cols[j]] = subD[j];
+    }
+    return d;
+}
+
 }  // namespace
 
 LayoutSolver::Result LayoutSolver::solve(View& root) {
@@ -226,7 +265,7 @@ LayoutSolver::Result LayoutSolver::solve(View& root) {
         for (std::size_t j = 0; j < n; ++j) ax += A.at(i, j) * tree.current[j];
         residual[i] = b[i] - ax;
     }
-    const auto d = minimumNormLeastSquares(A, residual, result.rank);
+    const auto d = solveByAxis(A, residual, result.rank);
     std::vector<double> x(n);
     for (std::size_t j = 0; j < n; ++j) x[j] = tree.current[j] + d[j];
 

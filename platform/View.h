@@ -112,7 +112,8 @@ public:
 
     // --- the tree: later subviews lie in front of earlier ones ---
     ViewPtr superview() const { return superview_.lock(); }
-    const std::vector<ViewPtr>& subviews() const { return subviews_; }
+    /// A snapshot, back to front: safe to iterate while views come and go.
+    std::vector<ViewPtr> subviews() const { return subviews_; }
     /// Moves view to the front of this view's subviews, taking it out of its old
     /// superview first. Throws std::invalid_argument for a null view, this view
     /// itself or one of its ancestors.
