@@ -25,6 +25,9 @@ HeadlessDisplay::HeadlessDisplay(int width, int height) {
                         : "Headless rendering: SDL video driver is %@, not offscreen",
           driver_);
 
+    // Otherwise SDL backs the window's surface with a GPU texture (llvmpipe when
+    // there is no GPU): slow to start, leaky, and not the software path at all.
+    SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
     window_ = SDL_CreateWindow("QuovSDK", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width,
                                height, 0);
     if (window_) renderer_ = SDL_CreateRenderer(window_, -1, SDL_RENDERER_SOFTWARE);
