@@ -1,13 +1,34 @@
 #include "platform/Application.h"
 
+#include "platform/linux_device.h"
+
 #include <atomic>
 #include <cmath>
 
 namespace quov::platform {
 
 Application& Application::shared() {
-    static Application* app = new Application(MainLoop::shared());  // outlives every view
+    static Application* app = [] {
+        auto* a = new Application(MainLoop::shared());  // outlives every view
+        connectDevicePlatform(*a, LinuxDevicePlatform::shared());
+        return a;
+    }();
     return *app;
+}
+
+void connectDevicePlatform(Application& app, const std::shared_ptr<LinuxDevicePlatform>& device) {
+    std::weak_ptr<LinuxDevicePlatform> weak = device;
+    app.setChangeObserver([weak, connected = false](const Application& changed) mutable {
+        auto d = weak.lock();
+        if (connected || !d) return;
+        connected = true;
+        const Application* a = &changed;
+        d->setScreenProvider([a] {
+            const Screen& s = a->mainScreen();
+            return MainScreen{s.bounds().size, s.scale(), s.currentMode()};
+        });
+        d->setApplicationStateProvider([a] { return a->applicationState(); });
+    });
 }
 
 Application::Application(MainLoop& loop) : loop_(loop) {}

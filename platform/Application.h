@@ -1,6 +1,7 @@
 #pragma once
 
 #include <quov/MainLoop.h>
+#include <quov/QuovHost.h>
 
 #include "platform/NotificationCenter.h"
 #include "platform/Screen.h"
@@ -14,7 +15,10 @@
 
 namespace quov::platform {
 
-enum class ApplicationState { Active = 0, Inactive = 1, Background = 2 };
+class LinuxDevicePlatform;
+
+/// Active, inactive or background: the device layer's values.
+using ApplicationState = quov::ApplicationState;
 
 /// The host application as the SDK sees it: the main screen, the key window, the
 /// state, orientation notifications and opening URLs. Everything here belongs on
@@ -83,5 +87,11 @@ private:
     URLOpener opener_;
     ChangeObserver changeObserver_;
 };
+
+/// Makes app the device layer's source of the main screen and the application
+/// state from app's first change on (a window attached, a focus change); until
+/// then the values the host gave through QuovHost hold. Takes app's change
+/// observer. app must outlive every query of device. Main thread.
+void connectDevicePlatform(Application& app, const std::shared_ptr<LinuxDevicePlatform>& device);
 
 }  // namespace quov::platform

@@ -1,4 +1,5 @@
 #include "platform/Application.h"
+#include "platform/linux_device.h"
 
 #include <gtest/gtest.h>
 
@@ -83,6 +84,26 @@ TEST(Orientation, TheKeyWindowFollowsTheScreen) {
     app.setApplicationState(ApplicationState::Background);
     EXPECT_EQ(window->frame(), (Rect{{0, 0}, {812, 375}}));
     EXPECT_EQ(changes, 2) << "one per real change";
+}
+
+TEST(DeviceFeed, TheDeviceLayerReadsTheToolkitOnceItKnowsSomething) {
+    auto device = std::make_shared<LinuxDevicePlatform>();
+    device->setMainScreen({{390, 844}, 3.0, std::nullopt});
+    device->setApplicationState(ApplicationState::Inactive);
+    MainLoop loop;
+    Application app(loop);
+    connectDevicePlatform(app, device);
+    EXPECT_EQ(device->screenBounds(), (Size{390, 844})) << "the host's values hold at first";
+
+    app.setMainScreen({812, 375}, 2);
+    EXPECT_EQ(device->screenBounds(), (Size{812, 375}));
+    EXPECT_EQ(device->screenScale(), 2.0);
+    EXPECT_EQ(device->screenCurrentModeSize(), (Size{1624, 750}));
+    EXPECT_EQ(device->applicationState(), static_cast<int>(ApplicationState::Active));
+    app.setApplicationState(ApplicationState::Background);
+    EXPECT_EQ(device->applicationState(), static_cast<int>(ApplicationState::Background));
+    device->setScreenProvider({});
+    device->setApplicationStateProvider({});
 }
 
 TEST(NotificationCenterTest, RemovalDuringAPostAndSenderFilters) {
