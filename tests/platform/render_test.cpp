@@ -236,6 +236,48 @@ TEST(SdlInput, MouseInputIsConsumedOnlyWhileAViewIsShown) {
     EXPECT_FALSE(rig.backend.processEvent(other));
 }
 
+TEST(SdlInput, FingersTapOnceEvenWithTheMouseEventsSDLMakesFromThem) {
+    Rig rig(200, 100);
+    auto button = Button::make({{100, 50}, {50, 50}});
+    int taps = 0;
+    Point at;
+    button->addTarget(std::weak_ptr<void>{}, [&](Button& sender, const TouchEvent& e) {
+        ++taps;
+        at = locationInView(e.anyTouchForView(sender), sender);
+    }, ControlEventTouchUpInside);
+    rig.window()->addSubview(button);
+
+    const Uint32 id = SDL_GetWindowID(rig.display.window());
+    const auto finger = [&](Uint32 type, float x, float y) {
+        SDL_Event e{};
+        e.type = type;
+        e.tfinger.windowID = id;
+        e.tfinger.touchId = 3;
+        e.tfinger.fingerId = 1;
+        e.tfinger.x = x;  // fractions of the window
+        e.tfinger.y = y;
+        return rig.backend.processEvent(e);
+    };
+    const auto syntheticMouse = [&](Uint32 type) {
+        SDL_Event e{};
+        e.type = type;
+        e.button.windowID = id;
+        e.button.which = SDL_TOUCH_MOUSEID;
+        e.button.button = SDL_BUTTON_LEFT;
+        e.button.x = 120;
+        e.button.y = 60;
+        return rig.backend.processEvent(e);
+    };
+    EXPECT_TRUE(finger(SDL_FINGERDOWN, 0.6f, 0.6f));
+    EXPECT_TRUE(syntheticMouse(SDL_MOUSEBUTTONDOWN));
+    EXPECT_TRUE(finger(SDL_FINGERMOTION, 0.61f, 0.62f));
+    EXPECT_TRUE(finger(SDL_FINGERUP, 0.62f, 0.64f));
+    EXPECT_TRUE(syntheticMouse(SDL_MOUSEBUTTONUP));
+    EXPECT_EQ(taps, 1);
+    EXPECT_NEAR(at.x, 24, 1e-3);
+    EXPECT_NEAR(at.y, 14, 1e-3);
+}
+
 TEST(SdlInput, AResizeThatFlipsTheWindowPostsTheOrientationNotification) {
     Rig rig(375, 812);
     rig.app.beginGeneratingDeviceOrientationNotifications();
@@ -254,7 +296,27 @@ TEST(SdlInput, AResizeThatFlipsTheWindowPostsTheOrientationNotification) {
     rig.app.defaultCenter().removeObserver(&posts);
 }
 
+TEST(SdlRender, NothingIsDrawnWhileTheWindowIsHidden) {
+    Rig rig(40, 40);
+    auto box = View::make({{0, 0}, {40, 40}});
+    box->setBackgroundColor({1, 0, 0, 1});
+    rig.window()->addSubview(box);
+    SDL_HideWindow(rig.display.window());
+    rig.pumpWindowEvents();
+    EXPECT_EQ(rig.app.applicationState(), ApplicationState::Background);
+    EXPECT_TRUE(near(rig.frame(0, 0, 255).at(20, 20), 0, 0, 255));
+    SDL_ShowWindow(rig.display.window());
+    rig.pumpWindowEvents();
+    EXPECT_NE(rig.app.applicationState(), ApplicationState::Background);
+    EXPECT_TRUE(near(rig.frame(0, 0, 255).at(20, 20), 255, 0, 0));
+}
+
 TEST(ResourceBundleTest, TheCloseIconIsFoundAndDecoded) {
+    // First place looked: beside the code, here the test program itself.
+    std::error_code ec;
+    EXPECT_EQ(Bundle::bundleForLibrary().directories().front(),
+              std::filesystem::canonical("/proc/self/exe", ec).parent_path());
+
     const auto bundle = resourceBundle();
     ASSERT_TRUE(bundle) << "quovsdk_images.bundle beside the library or in the build tree";
     const auto icon = imageNamed("SF_x_circle_fill", bundle);
