@@ -88,7 +88,7 @@ struct Tree {
             case LayoutAttribute::CenterY: sizeCoef = 0.5; break;
             default: break;
         }
-        for (const View* u = v; u != root;) {
+        for (const View* u = v; u && u != root;) {
             e.add(var(u, pos), 1.0, value(u, pos));
             auto parent = u->superview();
             u = parent.get();
