@@ -1,6 +1,7 @@
 #include <quov/QuovAd.h>
 
 #include <quov/MainLoop.h>
+#include <quov/QVDeviceInfo.h>
 #include <quov/QVRequestHelper.h>
 
 #include "facade/QuovAdFlow.h"
@@ -37,6 +38,7 @@ void QuovAd::setupWithAppId(std::optional<std::string> appId, std::optional<std:
     appKey_ = std::move(appKey);
     platform::QVLog("Init Finished, AppId: %@ AppKey %@", platform::orNull(AppId()),
                     platform::orNull(AppKey()));
+    platform::QVLog("deviceInfo %@", QVDeviceInfo::deviceInfo().describe());
 }
 
 void QuovAd::setIMEI(std::optional<std::string> imei) { imei_ = std::move(imei); }

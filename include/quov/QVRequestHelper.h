@@ -22,6 +22,7 @@ public:
     /// Builds the bid request and sends it; returns as soon as it is started.
     /// The slot id is accepted and not transmitted.
     static void loadAdWithAdId(const std::optional<std::string>& adId, LoadCompletion completion);
+    static std::string getIPAddress();  // last IPv4 of the primary interface, "" when none
 };
 
 }  // namespace quov

@@ -1,0 +1,81 @@
+#include <quov/QVDeviceInfo.h>
+
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <system_error>
+
+namespace quov {
+namespace {
+
+struct MdCtxDeleter {
+    void operator()(EVP_MD_CTX* c) const { EVP_MD_CTX_free(c); }
+};
+using MdCtx = std::unique_ptr<EVP_MD_CTX, MdCtxDeleter>;
+
+class Fd {
+public:
+    explicit Fd(int fd) : fd_(fd) {}
+    ~Fd() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+    int get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+std::string hex(const unsigned char* digest) {
+    char out[33];
+    for (int i = 0; i < 16; ++i) std::snprintf(out + 2 * i, 3, "%02x", digest[i]);
+    return std::string(out, 32);
+}
+
+[[noreturn]] void digestFailure() { throw std::runtime_error("MD5 is unavailable in this OpenSSL"); }
+
+}  // namespace
+
+std::string QVDeviceInfo::dataMD5(const std::optional<std::string>& text) {
+    if (!text) return "";
+    // Measured as a C string: the digest stops at the first zero byte.
+    const std::size_t length = std::strlen(text->c_str());
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int size = 0;
+    if (!EVP_Digest(text->data(), length, digest, &size, EVP_md5(), nullptr) || size != 16) digestFailure();
+    return hex(digest);
+}
+
+std::string QVDeviceInfo::fileMD5(const std::string& path) {
+    // Non-blocking open so a FIFO without a writer cannot hang the caller.
+    Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (fd.get() < 0) return "";
+    struct stat st {};
+    if (::fstat(fd.get(), &st) != 0 || S_ISDIR(st.st_mode)) return "";
+
+    MdCtx ctx(EVP_MD_CTX_new());
+    if (!ctx || !EVP_DigestInit_ex(ctx.get(), EVP_md5(), nullptr)) digestFailure();
+    unsigned char chunk[1024];
+    while (true) {
+        ssize_t n = ::read(fd.get(), chunk, sizeof chunk);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            throw std::system_error(errno, std::generic_category(), "fileMD5: reading " + path);
+        }
+        EVP_DigestUpdate(ctx.get(), chunk, static_cast<std::size_t>(n));  // the final empty read too
+        if (n == 0) break;
+    }
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int size = 0;
+    if (!EVP_DigestFinal_ex(ctx.get(), digest, &size) || size != 16) digestFailure();
+    return hex(digest);
+}
+
+}  // namespace quov

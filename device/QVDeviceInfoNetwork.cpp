@@ -1,0 +1,100 @@
+#include <quov/QVDeviceInfo.h>
+#include <quov/QVRequestHelper.h>
+
+#include "platform/DevicePlatform.h"
+
+#include <arpa/inet.h>
+#include <uuid/uuid.h>
+
+#include <cctype>
+#include <climits>
+#include <cstdio>
+
+namespace quov {
+namespace {
+
+// The leading integer of a version text ("13.7" gives 13, "junk" gives 0), saturating.
+int majorVersion(const std::string& version) {
+    std::size_t i = 0;
+    while (i < version.size() && std::isspace(static_cast<unsigned char>(version[i]))) ++i;
+    bool negative = false;
+    if (i < version.size() && (version[i] == '-' || version[i] == '+')) negative = version[i++] == '-';
+    long long v = 0;
+    for (; i < version.size() && std::isdigit(static_cast<unsigned char>(version[i])); ++i) {
+        v = v * 10 + (version[i] - '0');
+        if (v > INT_MAX) return negative ? INT_MIN : INT_MAX;
+    }
+    return static_cast<int>(negative ? -v : v);
+}
+
+std::optional<std::string> hardwareAddressText(const platform::DevicePlatform& p) {
+    auto name = p.primaryInterfaceName();
+    if (!name || name->empty()) return std::nullopt;
+    auto hw = p.hardwareAddress(*name);
+    if (!hw) return std::nullopt;
+    char out[18];
+    std::snprintf(out, sizeof out, "%02X:%02X:%02X:%02X:%02X:%02X", (*hw)[0], (*hw)[1], (*hw)[2], (*hw)[3],
+                  (*hw)[4], (*hw)[5]);
+    return std::string(out);
+}
+
+std::string vendorIdentifierRule(const platform::DevicePlatform& p) {
+    auto id = p.identifierForVendor();
+    if (!id || id->empty()) return "000000000000";
+    std::string out;
+    for (char c : *id)
+        if (c != '-') out += c;
+    return out;
+}
+
+// The walk both IP operations share: every IPv4 entry of the primary interface, the
+// last one in list order wins.
+std::optional<std::string> primaryIPv4(const platform::DevicePlatform& p) {
+    auto list = p.interfaceAddresses();
+    if (!list) return std::nullopt;
+    auto name = p.primaryInterfaceName();
+    if (!name) return std::nullopt;
+    std::optional<std::string> result;
+    for (const auto& entry : *list) {
+        if (entry.family != platform::kFamilyIPv4 || entry.name != *name) continue;
+        in_addr a{};
+        a.s_addr = entry.ipv4;
+        char text[INET_ADDRSTRLEN];
+        if (::inet_ntop(AF_INET, &a, text, sizeof text)) result = text;
+    }
+    return result;
+}
+
+}  // namespace
+
+std::string QVDeviceInfo::getMacAddress() {
+    auto p = platform::devicePlatform();
+    // Read on every call even where the version ignores it: the order of the two
+    // halves is part of the contract.
+    std::optional<std::string> address = hardwareAddressText(*p);
+    const bool haveAddress = address && !address->empty();
+    const int major = majorVersion(p->systemVersion());
+    if (major <= 5) return haveAddress ? *address : "000000000000";
+    if (major == 6 && haveAddress) return *address;
+    return vendorIdentifierRule(*p);
+}
+
+std::string QVDeviceInfo::getDeviceIPAdress() {
+    return primaryIPv4(*platform::devicePlatform()).value_or("an error occurred when obtaining ip address");
+}
+
+std::string QVRequestHelper::getIPAddress() {
+    return primaryIPv4(*platform::devicePlatform()).value_or(std::string());
+}
+
+std::string QVDeviceInfo::getIDFA() { return platform::devicePlatform()->advertisingIdentifier(); }
+
+std::string QVDeviceInfo::originUUID() {
+    uuid_t id;
+    uuid_generate_random(id);
+    char text[37];
+    uuid_unparse_upper(id, text);
+    return text;
+}
+
+}  // namespace quov

@@ -1,0 +1,27 @@
+#include <quov/QuovHost.h>
+
+#include "platform/linux_device.h"
+
+namespace quov {
+
+void QuovHost::setBundleInfo(std::map<std::string, std::string> info) {
+    platform::LinuxDevicePlatform::shared()->setBundleInfo(std::move(info));
+}
+
+void QuovHost::setAdvertisingIdentifier(std::optional<std::string> identifier, bool trackingEnabled) {
+    platform::LinuxDevicePlatform::shared()->setAdvertisingIdentifier(std::move(identifier), trackingEnabled);
+}
+
+void QuovHost::setCarrierName(std::optional<std::string> name) {
+    platform::LinuxDevicePlatform::shared()->setCarrierName(std::move(name));
+}
+
+void QuovHost::setMainScreen(const MainScreen& screen) {
+    platform::LinuxDevicePlatform::shared()->setMainScreen(screen);
+}
+
+void QuovHost::setApplicationState(ApplicationState state) {
+    platform::LinuxDevicePlatform::shared()->setApplicationState(state);
+}
+
+}  // namespace quov

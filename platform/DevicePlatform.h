@@ -1,0 +1,127 @@
+#pragma once
+
+#include <quov/Geometry.h>
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quov::platform {
+
+/// Interface idioms; any value other than kIdiomPhone counts as "not a phone".
+inline constexpr int kIdiomPhone = 0;
+inline constexpr int kIdiomPad = 1;
+inline constexpr int kIdiomDesktop = 5;
+
+/// Application states as plain numbers (0 active, 1 inactive, 2 background); a
+/// platform may answer others, which count as "not in the foreground".
+inline constexpr int kAppActive = 0;
+inline constexpr int kAppInactive = 1;
+inline constexpr int kAppBackground = 2;
+
+/// Battery states: 0 unknown, 1 unplugged, 2 charging, 3 full.
+inline constexpr int kBatteryUnknown = 0;
+inline constexpr int kBatteryUnplugged = 1;
+inline constexpr int kBatteryCharging = 2;
+inline constexpr int kBatteryFull = 3;
+
+/// Reachability flag bits, as the bid request reads them.
+inline constexpr std::uint32_t kReachable = 2;
+inline constexpr std::uint32_t kConnectionRequired = 4;
+inline constexpr std::uint32_t kIsCellular = 262144;
+
+inline constexpr int kFamilyIPv4 = 2;
+
+/// One entry of the interface-address list, in the kernel's list order.
+struct InterfaceAddress {
+    std::string name;
+    int family = 0;           // 2 for IPv4
+    std::uint32_t ipv4 = 0;   // network byte order, as in in_addr.s_addr
+};
+
+using HardwareAddress = std::array<std::uint8_t, 6>;
+
+/// Every device fact the SDK reads goes through this interface. Queries are plain
+/// reads without side effects; each may be called any number of times per record.
+/// Called on the main thread (screen, application state) unless noted.
+class DevicePlatform {
+public:
+    virtual ~DevicePlatform() = default;
+
+    // ---- system and model ----
+    /// The hardware machine identifier (uname's machine field).
+    virtual std::string machineIdentifier() const = 0;
+    virtual std::string systemName() const = 0;
+    virtual std::string systemVersion() const = 0;
+    /// The generic model word of the device.
+    virtual std::string model() const = 0;
+    /// The interface idiom, absent when the device does not answer the question.
+    virtual std::optional<int> userInterfaceIdiom() const = 0;
+
+    // ---- main screen ----
+    /// Whether the main screen can drive a display link (gates the scale).
+    virtual bool screenAnswersDisplayLink() const = 0;
+    virtual double screenScale() const = 0;
+    /// Whether screens report a current mode at all.
+    virtual bool screensAnswerCurrentMode() const = 0;
+    /// The current mode's size in pixels.
+    virtual Size screenCurrentModeSize() const = 0;
+    /// The main screen's bounds in points.
+    virtual Size screenBounds() const = 0;
+
+    // ---- identity ----
+    /// Upper-case 8-4-4-4-12 UUID text, absent when it cannot be derived.
+    virtual std::optional<std::string> identifierForVendor() const = 0;
+    virtual std::string advertisingIdentifier() const = 0;
+    virtual bool advertisingTrackingEnabled() const = 0;
+
+    // ---- network ----
+    /// The interface that stands for the device's Wi-Fi interface, absent when none.
+    virtual std::optional<std::string> primaryInterfaceName() const = 0;
+    /// The interface's hardware address; absent on any failure (silently).
+    virtual std::optional<HardwareAddress> hardwareAddress(const std::string& interface) const = 0;
+    /// The whole interface-address list; absent when the list cannot be read.
+    virtual std::optional<std::vector<InterfaceAddress>> interfaceAddresses() const = 0;
+    virtual std::optional<std::string> carrierName() const = 0;
+    /// Reachability flags for a host name, from local state only (nothing is sent);
+    /// absent when they cannot be read.
+    virtual std::optional<std::uint32_t> reachabilityFlags(const std::string& hostName) const = 0;
+
+    // ---- locale, bundle, application, battery ----
+    /// Language tags in order of preference ("en-US").
+    virtual std::vector<std::string> preferredLanguages() const = 0;
+    /// The host application's information dictionary ("CFBundle..." keys).
+    virtual std::map<std::string, std::string> bundleInfo() const = 0;
+    virtual int applicationState() const = 0;
+    /// The battery's capacity in percent as the source reports it (any 32-bit value);
+    /// absent when there is no battery to read.
+    virtual std::optional<std::int32_t> batteryCapacity() const = 0;
+    virtual int batteryState() const = 0;
+};
+
+/// The platform every query goes through: the one installed with setDevicePlatform,
+/// else the process's Linux platform (LinuxDevicePlatform::shared()). Any thread.
+std::shared_ptr<const DevicePlatform> devicePlatform();
+
+/// Installs platform for all later queries and returns the one it replaces
+/// (nullptr when the Linux default was active). nullptr restores the default. Any thread.
+std::shared_ptr<const DevicePlatform> setDevicePlatform(std::shared_ptr<const DevicePlatform> platform);
+
+/// Installs a platform for the lifetime of the scope and puts the previous one back.
+class ScopedDevicePlatform {
+public:
+    explicit ScopedDevicePlatform(std::shared_ptr<const DevicePlatform> platform)
+        : previous_(setDevicePlatform(std::move(platform))) {}
+    ~ScopedDevicePlatform() { setDevicePlatform(std::move(previous_)); }
+    ScopedDevicePlatform(const ScopedDevicePlatform&) = delete;
+    ScopedDevicePlatform& operator=(const ScopedDevicePlatform&) = delete;
+
+private:
+    std::shared_ptr<const DevicePlatform> previous_;
+};
+
+}  // namespace quov::platform
