@@ -161,4 +161,6 @@ ImagePtr decodeImage(std::string_view bytes, const ImageLimits& limits) {
     return image;
 }
 
+void releaseDecoderThreadState() { SDL_TLSCleanup(); }
+
 }  // namespace quov::platform

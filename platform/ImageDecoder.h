@@ -36,4 +36,9 @@ std::optional<ImageHeader> probeImage(std::string_view bytes);
 /// call it off the main thread.
 ImagePtr decodeImage(std::string_view bytes, const ImageLimits& limits = {});
 
+/// Frees what decoding left attached to the calling thread (SDL keeps its error text
+/// per thread and never frees it for threads it did not start). Call on a decode
+/// worker just before it ends.
+void releaseDecoderThreadState();
+
 }  // namespace quov::platform

@@ -57,7 +57,7 @@ struct ImageLoader::Impl {
                 {
                     std::unique_lock lock(mutex);
                     wake.wait(lock, [this] { return stopping || !jobs.empty(); });
-                    if (stopping) return;
+                    if (stopping) break;
                     job = std::move(jobs.front());
                     jobs.pop_front();
                 }
@@ -66,6 +66,7 @@ struct ImageLoader::Impl {
                     if (auto state = self.lock()) state->finish(url, image);
                 });
             }
+            releaseDecoderThreadState();
         }
 
         void remember(const std::string& url, const ImagePtr& image) {

