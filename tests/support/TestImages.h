@@ -15,9 +15,8 @@ std::string encodeJPEG(int width, int height, const PixelFn& pixel, int quality 
 
 /// A 2x1 GIF: an opaque red pixel, then one of the transparent colour index.
 std::string twoPixelGIF();
-/// 1x1 lossless and lossy WebP files.
-std::string onePixelWebPLossless();
-std::string onePixelWebPLossy();
+/// A 1x1 lossless WebP.
+std::string onePixelWebP();
 
 /// The PNG with its header claiming another size (CRC fixed, so decoders believe it).
 std::string withPNGSize(std::string png, std::uint32_t width, std::uint32_t height);
