@@ -11,6 +11,7 @@ Application& Application::shared() {
     static Application* app = [] {
         auto* a = new Application(MainLoop::shared());  // outlives every view
         connectDevicePlatform(*a, LinuxDevicePlatform::shared());
+        a->setURLOpener(makeProgramURLOpener());
         return a;
     }();
     return *app;

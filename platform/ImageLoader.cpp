@@ -42,6 +42,7 @@ struct ImageLoader::Impl {
         std::list<std::pair<std::string, ImagePtr>> lru;
         std::unordered_map<std::string, decltype(lru)::iterator> cached;
         std::size_t used = 0;
+        std::size_t pending = 0;  // loads whose completion has not run
         std::unordered_map<std::string, std::vector<Completion>> waiting;
 
         // Decode queue, shared with the worker.
@@ -133,8 +134,16 @@ ImageLoader::~ImageLoader() {
     delete impl_;
 }
 
+std::size_t ImageLoader::pendingLoads() const { return impl_->state->pending; }
+
 void ImageLoader::load(const std::optional<std::string>& url, Completion completion) {
     auto& s = *impl_->state;
+    ++s.pending;
+    completion = [counted = std::weak_ptr<Impl::State>(impl_->state),
+                  completion = std::move(completion)](ImagePtr image) {
+        if (auto state = counted.lock()) --state->pending;
+        if (completion) completion(std::move(image));
+    };
     if (!downloadable(url)) {
         s.loop.post([completion = std::move(completion)] {
             if (completion) completion(nullptr);

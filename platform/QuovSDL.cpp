@@ -1,6 +1,7 @@
 #include <quov/QuovSDL.h>
 
 #include "platform/Application.h"
+#include "platform/ImageLoader.h"
 #include "platform/SdlBackend.h"
 
 namespace quov::sdl {
@@ -18,6 +19,17 @@ bool processEvent(const SDL_Event& event) { return backend().processEvent(event)
 void render(SDL_Renderer* renderer) { backend().render(renderer); }
 void releaseRenderer() { backend().releaseRenderer(); }
 void setUIScale(double windowUnitsPerPoint) { backend().setUIScale(windowUnitsPerPoint); }
+std::optional<quov::Rect> findElement(std::string_view label) {
+    auto window = platform::Application::shared().keyWindow();
+    if (!window) return std::nullopt;
+    window->layoutIfNeeded();
+    auto view = window->findViewWithAccessibilityLabel(label);
+    if (!view) return std::nullopt;
+    return quov::Rect{view->originInRoot(), view->frame().size};
+}
+
+bool isLoadingContent() { return platform::ImageLoader::shared().pendingLoads() != 0; }
+
 void orientationDidChange() { platform::Application::shared().deviceOrientationDidChange(); }
 
 }  // namespace quov::sdl

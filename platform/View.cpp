@@ -231,6 +231,13 @@ ViewPtr View::hitTest(Point p) {
     return shared_from_this();
 }
 
+ViewPtr View::findViewWithAccessibilityLabel(std::string_view label) {
+    if (hidden_) return nullptr;
+    for (auto it = subviews_.rbegin(); it != subviews_.rend(); ++it)
+        if (auto found = (*it)->findViewWithAccessibilityLabel(label)) return found;
+    return accessibilityLabel_ == label ? shared_from_this() : nullptr;
+}
+
 void View::touchBegan(const Touch&, const TouchEvent&) {}
 void View::touchMoved(const Touch&, const TouchEvent&) {}
 void View::touchEnded(const Touch&, const TouchEvent&) {}

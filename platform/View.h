@@ -4,6 +4,8 @@
 
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace quov::platform {
@@ -141,6 +143,11 @@ public:
     void setAlpha(double alpha);
     bool isHidden() const { return hidden_; }
     void setHidden(bool hidden) { hidden_ = hidden; }
+    /// A name for UI automation and assistive tools; empty: none.
+    const std::string& accessibilityLabel() const { return accessibilityLabel_; }
+    void setAccessibilityLabel(std::string label) { accessibilityLabel_ = std::move(label); }
+    /// The frontmost visible view of this subtree (this view included) with label.
+    ViewPtr findViewWithAccessibilityLabel(std::string_view label);
     bool isUserInteractionEnabled() const { return userInteractionEnabled_; }
     void setUserInteractionEnabled(bool enabled) { userInteractionEnabled_ = enabled; }
 
@@ -214,6 +221,7 @@ private:
     bool hidden_ = false;
     bool userInteractionEnabled_ = true;
     bool translatesAutoresizing_ = true;
+    std::string accessibilityLabel_;
     bool needsLayout_ = false;  // meaningful on a root
 };
 

@@ -1,6 +1,10 @@
 #pragma once
 
 #include <quov/Export.h>
+#include <quov/Geometry.h>
+
+#include <optional>
+#include <string_view>
 
 struct SDL_Window;
 struct SDL_Renderer;
@@ -49,5 +53,14 @@ QUOV_EXPORT void setUIScale(double windowUnitsPerPoint);
 /// The host reports that the device orientation changed (for example a kiosk
 /// screen turned); the SDK's views lay themselves out again.
 QUOV_EXPORT void orientationDidChange();
+
+/// UI automation (test rigs, kiosks driving the ad): the frame, in window points,
+/// of the frontmost visible SDK element with this accessibility label: "ad" (the
+/// ad image's click area) or "close" (the close button). None when nothing matches.
+QUOV_EXPORT std::optional<quov::Rect> findElement(std::string_view label);
+
+/// True while an image for the SDK's views is still downloading or decoding; a host
+/// that wants a screenshot of the finished ad waits for false.
+QUOV_EXPORT bool isLoadingContent();
 
 }  // namespace quov::sdl
