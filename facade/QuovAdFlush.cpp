@@ -2,12 +2,14 @@
 
 #include <quov/MainLoop.h>
 
+#include "network/Tracking.h"
+
 namespace quov {
 
-// Nothing is tracked yet; draining once delivers whatever is already queued.
-bool QuovAd::flush(std::chrono::milliseconds) {
-    MainLoop::shared().drain();
-    return true;
+// Runs the loop rather than waiting on it: completions and retries are main-loop
+// tasks, so nothing would end while the main thread merely slept.
+bool QuovAd::flush(std::chrono::milliseconds timeout) {
+    return MainLoop::shared().runUntil([] { return network::pendingTrackingRequests() == 0; }, timeout);
 }
 
 }  // namespace quov

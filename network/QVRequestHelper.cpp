@@ -1,18 +1,20 @@
 #include <quov/QVRequestHelper.h>
 
-#include <quov/MainLoop.h>
-
-#include "platform/Log.h"
+#include "network/BidRequest.h"
+#include "network/BidServerBase.h"
+#include "platform/HttpClient.h"
 
 namespace quov {
 
-// The network layer is not built yet: every load completes with the request
-// failure so that no caller waits forever and nothing pretends a bid arrived.
 void QVRequestHelper::loadAdWithAdId(const std::optional<std::string>&, LoadCompletion completion) {
-    MainLoop::shared().post([completion = std::move(completion)] {
-        platform::QVLog("Reqeust failed, response: %@", "(null)");
-        completion({}, QVError::errorWithCode(4001));
-    });
+    // The slot id is deliberately not sent: the server expects "tagid" "0".
+    const network::BidRequestInputs inputs = network::gatherBidRequestInputs();
+    const nlohmann::json document = network::buildBidRequest(inputs);
+    platform::HttpRequest request = network::makeBidHttpRequest(inputs, document, network::bidServerBase());
+    platform::HttpClient::shared().send(
+        std::move(request), [completion = std::move(completion)](platform::HttpResponse response) {
+            network::completeBidRequest(response, completion);
+        });
 }
 
 }  // namespace quov

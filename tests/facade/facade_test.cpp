@@ -2,8 +2,10 @@
 #include <quov/QuovAd.h>
 
 #include "facade/QuovAdFlow.h"
+#include "network/BidServerBase.h"
 #include "support/LogCapture.h"
 #include "support/RecordingDelegate.h"
+#include "support/TestServer.h"
 
 #include <gtest/gtest.h>
 
@@ -174,12 +176,17 @@ TEST(Facade, LoadBeforeSetupLogsAndCallsNothing) {
 
 TEST(Facade, EmptyCredentialsPassThePrecondition) {
     QuovAd ad;
+    auto delegate = std::make_shared<RecordingDelegate>();
+    ad.setDelegate(delegate);
     ad.setupWithAppId(std::string(""), std::string(""));
+    // A server that is surely not there: the load must end before ad goes away.
+    network::setBidServerBaseOverride("http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()));
     LogCapture log;
     ad.loadAdWithAdId(std::nullopt);
     EXPECT_TRUE(log.linesStartingWith("Please call").empty());
-    MainLoop::shared().runUntil([] { return MainLoop::shared().pending() == 0; },
-                                std::chrono::seconds(5));
+    EXPECT_TRUE(MainLoop::shared().runUntil([&] { return !delegate->calls.empty(); },
+                                            std::chrono::seconds(20)));
+    network::setBidServerBaseOverride(std::nullopt);
 }
 
 TEST(Facade, IdentifiersAreStoredAsGiven) {

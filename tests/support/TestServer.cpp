@@ -30,6 +30,10 @@ TestServer::TestServer() : server_(std::make_unique<httplib::Server>()) {
     // and keep-alive ends after a handful of requests.
     server_->set_tcp_nodelay(true);
     server_->set_keep_alive_max_count(100000);
+    // An idle kept-alive connection pins a worker until this runs out, and the
+    // destructor waits for every worker: drop idle connections at once (clients
+    // reconnect or retry on their own).
+    server_->set_keep_alive_timeout(0);
     server_->set_payload_max_length(64u << 20);
     // Each kept-alive connection holds a worker; several clients at once need more than the default.
     server_->new_task_queue = [] { return new httplib::ThreadPool(32); };

@@ -1,0 +1,124 @@
+#include "network/Tracking.h"
+
+#include <quov/QVRequestHelper.h>
+
+#include "network/ResponseRule.h"
+#include "platform/HttpClient.h"
+#include "platform/Log.h"
+
+#include <openssl/rand.h>
+
+#include <memory>
+#include <random>
+#include <stdexcept>
+
+namespace quov {
+namespace network {
+namespace {
+
+// Touched on the main thread only: calls start there and completions run there.
+std::size_t pendingCount = 0;
+
+bool inQuerySet(unsigned char c) {
+    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
+    switch (c) {
+        case '-': case '.': case '_': case '~': case '!': case '$': case '&': case '\'':
+        case '(': case ')': case '*': case '+': case ',': case ';': case '=': case ':':
+        case '@': case '/': case '?':
+            return true;
+        default:
+            return false;
+    }
+}
+
+struct Chain {
+    std::string url;  // as passed in: every attempt encodes afresh
+    TrackingSuccess success;
+    TrackingFailure failure;
+};
+
+// Ends the chain's share of the pending count even if a callback throws.
+struct ChainEnd {
+    ~ChainEnd() { --pendingCount; }
+};
+
+void attempt(std::shared_ptr<Chain> chain, std::uint64_t n) {
+    platform::HttpRequest request;
+    request.url = percentEncodeQuery(chain->url);
+    platform::QVLog("GET URL WITH retry, %lu, %@", std::to_string(n), chain->url);
+    platform::HttpClient::shared().send(std::move(request), [chain, n](platform::HttpResponse r) {
+        JsonOutcome outcome = evaluateJsonResponse(r);
+        if (!outcome.ok && n > 1) {
+            platform::QVLog("Retry request with url: %@, error: %@", chain->url, outcome.error.describe());
+            attempt(chain, n - 1);
+            return;
+        }
+        ChainEnd end;
+        if (outcome.ok) {
+            if (chain->success) chain->success(outcome.body ? &*outcome.body : nullptr);
+        } else if (chain->failure) {
+            chain->failure(outcome.error);
+        }
+    });
+}
+
+}  // namespace
+
+std::string percentEncodeQuery(std::string_view text) {
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(text.size() + text.size() / 4);
+    for (char ch : text) {
+        const auto c = static_cast<unsigned char>(ch);
+        if (inQuerySet(c)) {
+            out += ch;
+        } else {
+            out += '%';
+            out += kHex[c >> 4];
+            out += kHex[c & 0x0F];
+        }
+    }
+    return out;
+}
+
+std::size_t pendingTrackingRequests() { return pendingCount; }
+
+}  // namespace network
+
+void QVRequestHelper::getURLWithRetry(const std::string& url, std::uint64_t retryTimes,
+                                      TrackingSuccess success, TrackingFailure failure) {
+    auto chain = std::make_shared<network::Chain>(network::Chain{url, std::move(success), std::move(failure)});
+    ++network::pendingCount;
+    try {
+        network::attempt(std::move(chain), retryTimes);
+    } catch (...) {
+        --network::pendingCount;
+        throw;
+    }
+}
+
+std::string QVRequestHelper::randomStringWithLength(std::uint64_t length) {
+    static constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    static_assert(sizeof kAlphabet - 1 == 62);
+    // 248 = 4 * 62: bytes at or above it are redrawn, so every index is equally likely.
+    constexpr unsigned kLimit = 248;
+    std::string out;
+    out.reserve(length);
+    unsigned char pool[64];
+    std::size_t used = sizeof pool;
+    while (out.size() < length) {
+        if (used == sizeof pool) {
+            if (RAND_bytes(pool, sizeof pool) != 1) {
+                // OpenSSL's generator could not seed; the OS source still can.
+                std::random_device device;
+                for (auto& b : pool) b = static_cast<unsigned char>(device());
+            }
+            used = 0;
+        }
+        const unsigned b = pool[used++];
+        if (b < kLimit) out += kAlphabet[b % 62];
+    }
+    return out;
+}
+
+}  // namespace quov

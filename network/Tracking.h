@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace quov::network {
+
+/// Percent-encodes every byte outside the URL-query set (letters, digits and
+/// - . _ ~ ! $ & ' ( ) * + , ; = : @ / ?) as %XX, upper-case. '%' itself is
+/// outside the set, so escapes already present are encoded again.
+std::string percentEncodeQuery(std::string_view text);
+
+/// Tracking calls (getURLWithRetry) whose final callback has not yet run,
+/// retries still to come included. Main thread.
+std::size_t pendingTrackingRequests();
+
+}  // namespace quov::network

@@ -1,0 +1,103 @@
+#include <quov/QVBidModel.h>
+#include <quov/QuovAd.h>
+
+#include "network/Tracking.h"
+#include "support/LogCapture.h"
+#include "support/NetworkScope.h"
+#include "support/TestServer.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace quov {
+namespace {
+
+using json = nlohmann::json;
+using test::Answer;
+using test::LogCapture;
+using test::NetworkScope;
+using test::TestServer;
+
+class Reporting : public ::testing::Test {
+protected:
+    void SetUp() override {
+        scope.device->idfa = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
+        QuovAd::shared().setIMEI(std::string("861"));
+        server.on("/v1", Answer::empty());
+        server.on("/v2", Answer::empty());
+        server.on("/c", Answer::empty());
+        server.on("/bad", Answer::text("no", 500));
+    }
+    QVBidModelPtr bid(json views, json clicks) {
+        return QVBidModel::initWithDict(json{{"check_views", views}, {"check_clicks", clicks}});
+    }
+    void flush() { ASSERT_TRUE(QuovAd::shared().flush(std::chrono::seconds(20))); }
+
+    TestServer server;
+    NetworkScope scope;
+    LogCapture log;
+};
+
+TEST_F(Reporting, EmptyOrMissingListsSendNothing) {
+    for (const json& d : {json::object(), json{{"check_views", json::array()}, {"check_clicks", json::array()}}}) {
+        auto b = QVBidModel::initWithDict(d);
+        b->reportAdShow();
+        b->reportAdClickWithAdSize({300, 400}, {1, 1}, 1, {1, 1}, 2);
+        EXPECT_EQ(network::pendingTrackingRequests(), 0u);
+    }
+    flush();
+    EXPECT_EQ(server.count(), 0u);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(Reporting, ImpressionsFillIdentityMacrosAndKeepTouchMacros) {
+    const std::string v1 = server.url("/v1?d=__IDFA__&i=__IMEI__&t=__CLICK_UP_TIME__&x=__ABS_DOWN_X__");
+    const std::string v2 = server.url("/v2?o=__OAID__");
+    bid({v1, v2}, json::array())->reportAdShow();
+    const auto lines = log.linesStartingWith("GET URL WITH retry");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].rfind("GET URL WITH retry, 3, " + server.url("/v1?d=6D92078A"), 0), 0u) << lines[0];
+    EXPECT_EQ(lines[1], "GET URL WITH retry, 3, " + v2);
+    flush();
+    ASSERT_EQ(server.countOn("/v1"), 1u);
+    EXPECT_EQ(server.receivedOn("/v1")[0].query,
+              "d=6D92078A-8246-4BA4-AE5B-76104861E7DC&i=861&t=__CLICK_UP_TIME__&x=__ABS_DOWN_X__");
+    ASSERT_EQ(server.countOn("/v2"), 1u);
+    EXPECT_EQ(server.receivedOn("/v2")[0].query, "o=__OAID__");
+    EXPECT_TRUE(log.linesStartingWith("Report ad").empty());
+}
+
+TEST_F(Reporting, ClicksFillIdentityAndTouchMacros) {
+    bid(json::array(), {server.url("/c?i=__IMEI__&dx=__ABS_DOWN_X__&ruy=__REL_UP_Y__&tu=__CLICK_UP_TIME__")})
+        ->reportAdClickWithAdSize({300, 400}, {100.6, 200.2}, 12.5, {450, 60}, 13.25);
+    flush();
+    ASSERT_EQ(server.countOn("/c"), 1u);
+    EXPECT_EQ(server.receivedOn("/c")[0].query, "i=861&dx=100&ruy=1&tu=13.25");
+}
+
+TEST_F(Reporting, EachAddressFailsOnItsOwnAfterThreeAttempts) {
+    const std::string dead = "http://127.0.0.1:" + std::to_string(TestServer::deadPort()) + "/d";
+    bid({server.url("/bad"), dead, server.url("/v1")}, {server.url("/bad"), server.url("/c")})->reportAdShow();
+    bid({}, {server.url("/bad"), server.url("/c")})->reportAdClickWithAdSize({1, 1}, {}, 0, {}, 0);
+    flush();
+    EXPECT_EQ(server.countOn("/bad"), 6u);
+    EXPECT_EQ(server.countOn("/v1"), 1u);
+    EXPECT_EQ(server.countOn("/c"), 1u);
+    EXPECT_EQ(log.linesStartingWith("GET URL WITH retry").size(), 3u + 3u + 1u + 3u + 1u);
+    const auto shows = log.linesStartingWith("Report ad show failed, ");
+    ASSERT_EQ(shows.size(), 2u);
+    for (const auto& l : shows) EXPECT_NE(l.find("Error Domain=quov.http"), std::string::npos) << l;
+    EXPECT_EQ(log.linesStartingWith("Report ad click failed, ").size(), 1u);
+}
+
+TEST_F(Reporting, ReportingTwiceSendsTwice) {
+    auto b = bid({server.url("/v1")}, json::array());
+    b->reportAdShow();
+    b->reportAdShow();
+    b.reset();  // pending requests keep their own copies
+    flush();
+    EXPECT_EQ(server.countOn("/v1"), 2u);
+}
+
+}  // namespace
+}  // namespace quov

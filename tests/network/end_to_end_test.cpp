@@ -1,0 +1,86 @@
+#include <quov/QuovAd.h>
+
+#include "facade/QuovAdFlow.h"
+#include "support/LogCapture.h"
+#include "support/NetworkScope.h"
+#include "support/RecordingDelegate.h"
+#include "support/TestServer.h"
+
+#include <gtest/gtest.h>
+
+namespace quov {
+namespace {
+
+using test::Answer;
+using test::NetworkScope;
+using test::RecordingDelegate;
+using test::TestServer;
+
+// A host's whole load through the facade singleton, against a real server.
+class EndToEnd : public ::testing::Test {
+protected:
+    void SetUp() override {
+        QuovAdFlow::setViewPresenter([this](QuovAd&, QVBidModelPtr bid) {
+            delegate->calls.push_back("view");
+            shown.push_back(std::move(bid));
+        });
+        QuovAd::shared().setupWithAppId(std::string("e2e"), std::string("secret"));
+        QuovAd::shared().setDelegate(delegate);
+    }
+    void TearDown() override { QuovAdFlow::setViewPresenter({}); }
+
+    void loadAndWait() {
+        delegate->calls.clear();
+        QuovAd::shared().loadAdWithAdId(std::string("slot"));
+        ASSERT_TRUE(NetworkScope::runUntil([&] { return !delegate->calls.empty(); }));
+    }
+
+    TestServer server;
+    NetworkScope scope{server.base()};
+    test::LogCapture log;
+    std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+    std::vector<QVBidModelPtr> shown;
+};
+
+TEST_F(EndToEnd, DelegateHearsTheOutcomeOfEachAnswer) {
+    server.on("/network", Answer::text("gone", 404));
+    loadAndWait();
+    EXPECT_EQ(delegate->calls, std::vector<std::string>{"loadFailed"});
+    EXPECT_EQ(delegate->errors.back(), QVError::errorWithCode(4001));
+    EXPECT_EQ(log.linesStartingWith("Reqeust failed"), std::vector<std::string>{"Reqeust failed, response: gone"});
+
+    server.on("/network", Answer::json(R"({"seatbid":[{"bid":[]}]})"));
+    loadAndWait();
+    EXPECT_EQ(delegate->calls, std::vector<std::string>{"loadFailed"});
+    EXPECT_EQ(delegate->errors.back(), (Error{"QAPP", 204, std::nullopt}));
+
+    server.on("/network", Answer::json(R"({"seatbid":[{"bid":[{"id":"first","isRendering":1},{"id":"second"}]}]})"));
+    loadAndWait();
+    EXPECT_EQ(delegate->calls, (std::vector<std::string>{"loaded", "view"}));
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0]->identifier(), std::optional<std::string>("first"));
+
+    const auto requests = server.receivedOn("/network");
+    ASSERT_EQ(requests.size(), 3u);
+    for (const auto& r : requests) {
+        EXPECT_EQ(r.query, "appid=e2e");
+        EXPECT_EQ(r.header("appkey"), "secret");
+    }
+}
+
+TEST_F(EndToEnd, AShownBidsImpressionsArriveFilled) {
+    server.on("/network", Answer::json(R"({"seatbid":[{"bid":[{"id":"b","check_views":[")" +
+                                       server.url("/imp?idfa=__IDFA__&ts=__STMS__") + R"("]}]}]})"));
+    server.on("/imp", Answer::empty());
+    QuovAdFlow::setViewPresenter([](QuovAd&, QVBidModelPtr bid) { bid->reportAdShow(); });
+    QuovAd::shared().loadAdWithAdId(std::nullopt);
+    ASSERT_TRUE(NetworkScope::runUntil([&] { return server.countOn("/imp") > 0; }));
+    ASSERT_TRUE(QuovAd::shared().flush(std::chrono::seconds(20)));
+    const auto imp = server.receivedOn("/imp");
+    ASSERT_EQ(imp.size(), 1u);
+    EXPECT_EQ(imp[0].query.rfind("idfa=00000000-0000-0000-0000-000000000000&ts=", 0), 0u) << imp[0].query;
+    EXPECT_EQ(imp[0].query.find("__"), std::string::npos) << imp[0].query;
+}
+
+}  // namespace
+}  // namespace quov

@@ -1,0 +1,147 @@
+#include <quov/QVRequestHelper.h>
+#include <quov/QuovAd.h>
+
+#include "network/UrlMacros.h"
+#include "support/NetworkScope.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <limits>
+
+namespace quov {
+namespace {
+
+using test::NetworkScope;
+
+TEST(MacroNumbers, IntegerTextRoundsToFloatThenTruncates) {
+    const double inf = std::numeric_limits<double>::infinity();
+    struct Case {
+        double in;
+        const char* out;
+    };
+    const Case cases[] = {
+        {153.9, "153"},       {-0.7, "0"},          {-1.2, "-1"},        {0.0, "0"},
+        {-0.0, "0"},          {0.99999998, "1"},    {0.9999, "0"},       {1.0, "1"},
+        {16777217.0, "16777216"},  // single precision loses the last unit
+        {1e30, "9223372036854775807"}, {-1e30, "-9223372036854775808"},
+        {1e300, "9223372036854775807"}, {std::nan(""), "0"}, {inf, "0"}, {-inf, "0"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(network::integerText(c.in), c.out) << c.in;
+}
+
+TEST(MacroNumbers, RealTextIsTheShortestSixteenDigitForm) {
+    struct Case {
+        double in;
+        const char* out;
+    };
+    const Case cases[] = {
+        {12.5, "12.5"},
+        {100.0, "100"},
+        {1700000000.0, "1700000000"},
+        {1700000000.123456, "1700000000.123456"},
+        {0.1, "0.1"},
+        {-3.25, "-3.25"},
+        {0.00001, "1e-05"},
+        {1e16, "1e+16"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(network::realText(c.in), c.out) << c.in;
+}
+
+TEST(MacroNumbers, ReplaceAllDoesNotRescanWhatItInserted) {
+    std::string s = "__A__x__A__";
+    network::replaceAll(s, "__A__", "__A____A__");
+    EXPECT_EQ(s, "__A____A__x__A____A__");
+    s = "aaa";
+    network::replaceAll(s, "aa", "b");
+    EXPECT_EQ(s, "ba");
+}
+
+class Macros : public ::testing::Test {
+protected:
+    NetworkScope scope;
+};
+
+TEST_F(Macros, IdentityPassFillsWhatIsKnownAndLeavesTheRest) {
+    scope.device->idfa = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
+    scope.device->osVersion = "13.7";  // the vendor identifier stands for the MAC
+    const std::string mac = "E621E1F8C36C495A93FC0C247A3E6E5F";
+    struct Case {
+        const char* name;
+        std::optional<std::string> imei, oaid;
+        std::string in, out;
+    };
+    const std::vector<Case> cases = {
+        {"empty imei stays", std::string(""), std::string("abc"), "http://t/?i=__IMEI__&o=__OAID__",
+         "http://t/?i=__IMEI__&o=abc"},
+        {"absent stays like empty", std::nullopt, std::nullopt, "?i=__IMEI__&o=__OAID__", "?i=__IMEI__&o=__OAID__"},
+        {"both set", std::string("86"), std::string("o1"), "?i=__IMEI__&o=__OAID__&i2=__IMEI__", "?i=86&o=o1&i2=86"},
+        {"mac twice", std::string(""), std::string(""), "?a=__MAC__&b=__MAC__", "?a=" + mac + "&b=" + mac},
+        {"idfa", std::string(""), std::string(""), "?d=__IDFA__", "?d=6D92078A-8246-4BA4-AE5B-76104861E7DC"},
+        {"lower case is no macro", std::string("86"), std::string(""), "?a=__imei__&b=__mac__",
+         "?a=__imei__&b=__mac__"},
+        {"unknown and touch macros stay", std::string(""), std::string(""), "?x=__FOO__&t=__CLICK_UP_TIME__",
+         "?x=__FOO__&t=__CLICK_UP_TIME__"},
+        {"an imei holding a later macro is filled on", std::string("__MAC__"), std::string(""), "?i=__IMEI__",
+         "?i=" + mac},
+        {"an idfa holding an earlier macro is not", std::string(""), std::string(""), "?d=__IDFA__",
+         "?d=6D92078A-8246-4BA4-AE5B-76104861E7DC"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        QuovAd::shared().setIMEI(c.imei);
+        QuovAd::shared().setOAID(c.oaid);
+        EXPECT_EQ(QVRequestHelper::formatURL(c.in), c.out);
+    }
+}
+
+TEST_F(Macros, TimeStampIsNowInSecondsWithFraction) {
+    const double before = std::floor(
+        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
+    const std::string out = QVRequestHelper::formatURL("__STMS__");
+    const double stamped = std::stod(out);
+    EXPECT_GE(stamped, before);
+    EXPECT_LT(stamped, before + 3600);
+    EXPECT_EQ(out.find('e'), std::string::npos) << out;
+    const auto dot = out.find('.');
+    EXPECT_EQ(dot == std::string::npos ? out.size() : dot, 10u) << out;
+}
+
+std::string touchUrl() {
+    return "dx=__ABS_DOWN_X__&dy=__ABS_DOWN_Y__&ux=__ABS_UP_X__&uy=__ABS_UP_Y__&rdx=__REL_DOWN_X__"
+           "&rdy=__REL_DOWN_Y__&rux=__REL_UP_X__&ruy=__REL_UP_Y__&td=__CLICK_DOWN_TIME__&tu=__CLICK_UP_TIME__";
+}
+
+TEST(TouchMacros, FollowTheTableIncludingItsAsymmetries) {
+    struct Case {
+        const char* name;
+        Size size;
+        Point down;
+        double downTime;
+        Point up;
+        double upTime;
+        std::string out;
+    };
+    const std::vector<Case> cases = {
+        {"inside the ad", {300, 400}, {100.6, 200.2}, 12.5, {50, 60}, 100,
+         "dx=100&dy=200&ux=100&uy=200&rdx=0&rdy=0&rux=0&ruy=0&td=12.5&tu=100"},
+        {"far edge and beyond", {300, 400}, {300, -450}, 1, {-450, 9999}, 2,
+         "dx=300&dy=-450&ux=300&uy=-450&rdx=1&rdy=-1&rux=-1&ruy=-1&td=1&tu=2"},
+        {"up y is never used, up x divides the height", {100, 50}, {0, 0}, 0, {120, 0}, 0,
+         "dx=0&dy=0&ux=0&uy=0&rdx=0&rdy=0&rux=1&ruy=2&td=0&tu=0"},
+        {"zero size gives 0", {0, 0}, {10, 0}, 1, {10, 10}, 1,
+         "dx=10&dy=0&ux=10&uy=0&rdx=0&rdy=0&rux=0&ruy=0&td=1&tu=1"},
+        {"times keep their fraction", {1, 1}, {0, 0}, 1700000000.25, {0, 0}, 1700000001.5,
+         "dx=0&dy=0&ux=0&uy=0&rdx=0&rdy=0&rux=0&ruy=0&td=1700000000.25&tu=1700000001.5"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(QVRequestHelper::formatURL(touchUrl(), c.size, c.down, c.downTime, c.up, c.upTime), c.out);
+    }
+    EXPECT_EQ(QVRequestHelper::formatURL("?m=__MAC__&i=__IMEI__", {1, 1}, {}, 0, {}, 0), "?m=__MAC__&i=__IMEI__")
+        << "the touch pass fills nothing of the identity pass";
+}
+
+}  // namespace
+}  // namespace quov

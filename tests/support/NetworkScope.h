@@ -1,0 +1,60 @@
+#pragma once
+
+#include <quov/MainLoop.h>
+#include <quov/QuovAd.h>
+
+#include "network/BidServerBase.h"
+#include "platform/DevicePlatform.h"
+#include "platform/fake_device.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace quov::test {
+
+/// For tests that drive the SDK's own network path: installs a scriptable device
+/// platform and a bid server base, and puts the shared facade's configuration,
+/// the device platform and the base back as they were when it ends.
+class NetworkScope {
+public:
+    explicit NetworkScope(std::optional<std::string> bidServerBase = std::nullopt)
+        : device(std::make_shared<platform::FakeDevicePlatform>()),
+          previousDevice_(platform::setDevicePlatform(device)),
+          appId_(QuovAd::shared().AppId()),
+          appKey_(QuovAd::shared().AppKey()),
+          imei_(QuovAd::shared().IMEI()),
+          oaid_(QuovAd::shared().OAID()),
+          delegate_(QuovAd::shared().delegate()) {
+        network::setBidServerBaseOverride(std::move(bidServerBase));
+    }
+    ~NetworkScope() {
+        // Let the SDK's own requests end before the device and base go away.
+        QuovAd::shared().flush(std::chrono::seconds(20));
+        network::setBidServerBaseOverride(std::nullopt);
+        QuovAd& ad = QuovAd::shared();
+        if (ad.AppId() != appId_ || ad.AppKey() != appKey_) ad.setupWithAppId(appId_, appKey_);
+        ad.setIMEI(imei_);
+        ad.setOAID(oaid_);
+        ad.setDelegate(delegate_);
+        platform::setDevicePlatform(previousDevice_);
+    }
+    NetworkScope(const NetworkScope&) = delete;
+    NetworkScope& operator=(const NetworkScope&) = delete;
+
+    /// Runs the shared main loop until done() or 20 s; true when done.
+    static bool runUntil(const std::function<bool()>& done) {
+        return MainLoop::shared().runUntil(done, std::chrono::seconds(20));
+    }
+
+    std::shared_ptr<platform::FakeDevicePlatform> device;
+
+private:
+    std::shared_ptr<const platform::DevicePlatform> previousDevice_;
+    std::optional<std::string> appId_, appKey_, imei_, oaid_;
+    std::weak_ptr<QuovAdDelegate> delegate_;
+};
+
+}  // namespace quov::test
