@@ -84,6 +84,8 @@ TestServer::TestServer() : server_(std::make_unique<httplib::Server>()) {
     if (port_ <= 0) throw std::runtime_error("TestServer: cannot bind 127.0.0.1");
     // The socket already listens, so connections made before the loop runs just queue.
     thread_ = std::thread([this] { server_->listen_after_bind(); });
+    // stop() is a no-op until the accept loop runs: wait for it, or teardown can hang.
+    while (!server_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 TestServer::~TestServer() {
