@@ -78,10 +78,13 @@ void Application::openURL(const std::optional<std::string>& url, URLOpenCompleti
     // after it has returned.
     auto answered = std::make_shared<std::atomic<bool>>(false);
     MainLoop* loop = &loop_;
-    auto finish = [loop, answered, completion = std::move(completion)](bool opened) {
+    ++*pendingOpens_;
+    auto finish = [loop, answered, pending = pendingOpens_, completion = std::move(completion)](bool opened) {
         if (answered->exchange(true)) return;
-        loop->post([completion, opened] {
+        loop->post([completion, opened, pending] {
+            // A completion that opens the next URL counts it before this one leaves.
             if (completion) completion(opened);
+            --*pending;
         });
     };
     if (!opener_) {

@@ -8,6 +8,8 @@
 #include "platform/UrlOpener.h"
 #include "platform/Window.h"
 
+#include <atomic>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -69,6 +71,9 @@ public:
     /// and never before this call returns, with whether the URL was opened; an
     /// opener that throws or answers twice counts as its first answer (or no).
     void openURL(const std::optional<std::string>& url, URLOpenCompletion completion);
+    /// openURL calls whose completion has not run yet (a click's chain counts until
+    /// it ends).
+    std::size_t pendingURLOpens() const { return *pendingOpens_; }
 
     /// Called after the main screen or the state changed (the device layer
     /// listens here). One observer; empty removes it.
@@ -85,6 +90,7 @@ private:
     std::shared_ptr<Window> keyWindow_;
     ApplicationState state_ = ApplicationState::Active;
     URLOpener opener_;
+    std::shared_ptr<std::atomic<std::size_t>> pendingOpens_ = std::make_shared<std::atomic<std::size_t>>(0);
     ChangeObserver changeObserver_;
 };
 

@@ -81,6 +81,7 @@ std::optional<std::string> parseOptions(const std::vector<std::string>& args, Op
             } else if (a == "--scale") {
                 if (!parseDouble(v, o.scale) || o.scale <= 0 || o.scale > 8)
                     return "--scale takes a number between 0 and 8";
+                o.scaleGiven = true;
             } else if (a == "--touch") {
                 TouchPlan t;
                 auto colon = v.find(':');

@@ -21,6 +21,7 @@ struct Options {
     int screenWidth = 375;
     int screenHeight = 812;
     double scale = 3;
+    bool scaleGiven = false;
     std::optional<TouchPlan> touch;
     bool close = false;
     std::string urlOpener = "xdg-open";
