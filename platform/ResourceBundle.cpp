@@ -1,5 +1,8 @@
 #include "platform/ResourceBundle.h"
 
+#include <map>
+#include <mutex>
+
 #include <SDL.h>
 #include <SDL_image.h>
 #include <dlfcn.h>
@@ -94,7 +97,14 @@ std::optional<Bundle> resourceBundle() {
 ImagePtr imageNamed(std::string_view name, const std::optional<Bundle>& bundle) {
     if (!bundle) return nullptr;
     const auto path = bundle->URLForResource(name, "png");
-    return path ? decodeFile(*path) : nullptr;
+    if (!path) return nullptr;
+    // Every ad view asks for the same icon: decode each file once per process.
+    static std::mutex mutex;
+    static std::map<std::filesystem::path, ImagePtr> decoded;
+    std::lock_guard lock(mutex);
+    auto it = decoded.find(*path);
+    if (it == decoded.end()) it = decoded.emplace(*path, decodeFile(*path)).first;
+    return it->second;
 }
 
 }  // namespace quov::platform
