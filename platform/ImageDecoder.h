@@ -20,7 +20,7 @@ struct ImageLimits {
 enum class ImageFormat { PNG, JPEG, GIF, WebP };
 
 /// The format and the largest pixel size decoding it may allocate, read from the header
-/// alone (for a GIF, the larger of its screen and its first frame).
+/// alone (for a GIF, its screen).
 struct ImageHeader {
     ImageFormat format;
     int width;
@@ -31,7 +31,7 @@ struct ImageHeader {
 /// Pure and thread-safe.
 std::optional<ImageHeader> probeImage(std::string_view bytes);
 
-/// Decodes a PNG, JPEG, GIF (first frame) or WebP into RGBA, or returns null when the
+/// Decodes a PNG, JPEG or WebP into RGBA (a GIF is refused: see the .cpp), or returns null when the
 /// data is not one of those, is corrupt, or exceeds `limits`. Any thread but CPU-bound:
 /// call it off the main thread.
 ImagePtr decodeImage(std::string_view bytes, const ImageLimits& limits = {});

@@ -29,7 +29,6 @@ TEST(ImageDecoder, DecodesEachFormatToRgbaRowsTopDown) {
     const Case cases[] = {
         {"png", t::encodePNG(2, 2, quadrants), 2, 2,
          {255, 0, 0, 255, 0, 255, 0, 255, 0, 0, 255, 255, 255, 255, 255, 128}},
-        {"gif, transparent index", t::twoPixelGIF(), 2, 1, {255, 0, 0, 255, -1, -1, -1, 0}},
         {"jpeg", t::encodeJPEG(16, 8, quadrants), 16, 8, {}},
         {"webp", t::onePixelWebP(), 1, 1, {}},
     };
@@ -62,6 +61,7 @@ TEST(ImageDecoder, RefusesBrokenAndOversizedImages) {
         {"png claiming 100000x100000", t::withPNGSize(png20, 100000, 100000), {}},
         {"png claiming 20000x1", t::withPNGSize(png20, 20000, 1), {}},
         {"jpeg claiming 65000x65000", t::withJPEGSize(t::encodeJPEG(8, 8, quadrants), 65000, 65000), {}},
+        {"gif: refused, the system's GIF decoder is not safe on hostile files", t::twoPixelGIF(), {}},
         {"gif frame larger than its screen", bigFrameGIF, {}},
         {"over the pixel cap", png20, pixels399},
         {"over the side cap", png20, side19},
