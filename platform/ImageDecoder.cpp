@@ -103,7 +103,7 @@ Surface load(ImageFormat format, Bytes bytes) {
     switch (format) {
         case ImageFormat::PNG: surface = IMG_LoadPNG_RW(rw); break;
         case ImageFormat::JPEG: surface = IMG_LoadJPG_RW(rw); break;
-        case ImageFormat::GIF: surface = IMG_LoadGIF_RW(rw); break;
+        case ImageFormat::GIF: break;  // refused in decodeImage
         case ImageFormat::WebP: surface = IMG_LoadWEBP_RW(rw); break;
     }
     SDL_RWclose(rw);
@@ -129,7 +129,6 @@ ImagePtr decodeImage(std::string_view bytes, const ImageLimits& limits) {
     if (header->format == ImageFormat::GIF) return nullptr;
     Surface decoded = load(header->format, bytes);
     if (!decoded || !within(limits, decoded->w, decoded->h)) return nullptr;
-    // Also turns a GIF's transparent colour key into alpha 0.
     Surface rgba(SDL_ConvertSurfaceFormat(decoded.get(), SDL_PIXELFORMAT_RGBA32, 0));
     decoded.reset();
     if (!rgba) return nullptr;

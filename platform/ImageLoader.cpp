@@ -163,7 +163,7 @@ void ImageLoader::load(const std::optional<std::string>& url, Completion complet
 
     HttpRequest request;
     request.url = *url;
-    request.headers = {{"Accept", "image/png,image/jpeg,image/gif,image/webp;q=0.9,*/*;q=0.5"}};
+    request.headers = {{"Accept", "image/png,image/jpeg,image/webp;q=0.9,*/*;q=0.5"}};
     request.timeout = std::chrono::seconds(30);
     request.maxBodyBytes = s.limits.maxBytes;
     std::weak_ptr<Impl::State> weak = impl_->state;
