@@ -174,7 +174,7 @@ TEST(SdlRender, PointsScaleToPixelsAndTheHostsRendererStateIsRestored) {
     EXPECT_TRUE(near(px.at(62, 30), 0, 0, 0));
 }
 
-TEST(SdlRender, TexturesAreUploadedOncePerImageAndDroppedWithIt) {
+TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipped) {
     Rig rig(50, 50);
     auto view = ImageView::make({{0, 0}, {50, 50}}), twin = ImageView::make({{0, 0}, {10, 10}});
     view->setImage(solidImage(4, 4, 9, 9, 9));
