@@ -1,6 +1,7 @@
 // The selection rules of QVDeviceInfo, driven through the scriptable platform.
 #include <quov/QVDeviceInfo.h>
 #include <quov/QVRequestHelper.h>
+#include <quov/QuovAd.h>
 
 #include "platform/fake_device.h"
 #include "platform/linux_device.h"
@@ -14,6 +15,7 @@
 #include <regex>
 
 using quov::DeviceInfoRecord;
+using quov::QuovAd;
 using quov::QVDeviceInfo;
 using quov::platform::FakeDevicePlatform;
 using quov::platform::ScopedDevicePlatform;
@@ -118,14 +120,11 @@ TEST_F(FakeDevice, DisplayMetricsFollowIdiomAndScaleOnly) {
         fake->scale = c.scale;
         fake->machine = c.machine;
         fake->currentMode = c.mode;
+        fake->calls.clear();
         EXPECT_EQ(QVDeviceInfo::getDeviceDisplayMetrics(), c.expected) << c.machine << " @" << c.scale;
     }
-}
-
-TEST_F(FakeDevice, PhoneMetricsStillWorkOutTheDroppedCandidates) {
-    fake->idiom = 0;
-    QVDeviceInfo::getDeviceDisplayMetrics();
-    // iPhoneX reads the identifier once, then deviceTypeDetail three times.
+    // Without a tablet idiom the dropped candidates are still worked out: iPhoneX
+    // reads the identifier once, then deviceTypeDetail three times.
     EXPECT_EQ(fake->callCount("machineIdentifier"), 4);
     EXPECT_EQ(fake->callCount("screenCurrentModeSize"), 1);
 }
@@ -186,13 +185,10 @@ TEST_F(FakeDevice, IPWalkKeepsTheLastIPv4OfThePrimaryInterface) {
     }
 }
 
-TEST_F(FakeDevice, AdvertisingIdentifierIsPassedThroughAndUUIDsAreFresh) {
-    fake->idfa = "whatever the platform says";
-    EXPECT_EQ(QVDeviceInfo::getIDFA(), "whatever the platform says");
-    const std::string a = QVDeviceInfo::originUUID(), b = QVDeviceInfo::originUUID();
-    EXPECT_NE(a, b);
-    const std::regex upperUuid("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}");
-    EXPECT_TRUE(std::regex_match(a, upperUuid)) << a;
+TEST_F(FakeDevice, OriginUUIDsAreFreshAndUpperCase) {
+    const std::string a = QVDeviceInfo::originUUID();
+    EXPECT_NE(a, QVDeviceInfo::originUUID());
+    EXPECT_TRUE(std::regex_match(a, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}"))) << a;
 }
 
 // ---- battery, language, bundle ----
@@ -291,6 +287,26 @@ TEST_F(FakeDevice, RecordFailsWholeOnAnAbsentValue) {
     }
     fake->languages.clear();
     EXPECT_THROW(QVDeviceInfo::deviceInfo(), std::out_of_range);
+}
+
+TEST_F(FakeDevice, SetupLogsTheRecordAfterInitAndFailsWithoutAShortVersion) {
+    QuovAd ad;
+    quov::test::LogCapture log;
+    ad.setupWithAppId(std::string("app"), std::string("key"));
+    const auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "Init Finished, AppId: app AppKey key");
+    ASSERT_EQ(lines[1].rfind("deviceInfo ", 0), 0u) << lines[1];
+    const auto record = nlohmann::ordered_json::parse(lines[1].substr(11));
+    EXPECT_EQ(record.size(), 16u);
+    EXPECT_EQ(record["AppVersion"], "1.2.3");
+
+    fake->bundle.erase("CFBundleShortVersionString");
+    log.clear();
+    EXPECT_THROW(ad.setupWithAppId(std::string("app2"), std::string("key")), std::invalid_argument);
+    EXPECT_EQ(ad.AppId(), std::optional<std::string>("app2")) << "credentials are stored before the record";
+    EXPECT_EQ(log.linesStartingWith("Init Finished").size(), 1u);
+    EXPECT_TRUE(log.linesStartingWith("deviceInfo").empty());
 }
 
 TEST(DeviceInfoRecord, InsertKeepsOrderReplacesInPlaceAndRefusesAbsentValues) {

@@ -50,13 +50,8 @@ TEST(Hash, FileMD5ReadsEveryChunk) {
     }
 }
 
-TEST(Hash, FileMD5OfWhatCannotBeReadIsEmpty) {
-    EXPECT_EQ(QVDeviceInfo::fileMD5("/nonexistent/quov/file"), "");
-    EXPECT_EQ(QVDeviceInfo::fileMD5(""), "");
-    EXPECT_EQ(QVDeviceInfo::fileMD5(fs::temp_directory_path().string()), "") << "a directory";
-}
-
-TEST(Hash, FileMD5ReadFailureAfterOpeningThrows) {
+TEST(Hash, FileMD5OfWhatCannotBeOpenedIsEmptyAndAFailedReadThrows) {
+    for (const std::string path : {"/nonexistent/quov/file", "", "/tmp"}) EXPECT_EQ(QVDeviceInfo::fileMD5(path), "");
     // Opens fine, but reading address zero of our own memory fails.
     EXPECT_THROW(QVDeviceInfo::fileMD5("/proc/self/mem"), std::system_error);
 }

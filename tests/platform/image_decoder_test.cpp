@@ -44,43 +44,6 @@ TEST(ImageDecoder, DecodesEachFormatToRgbaRowsTopDown) {
     }
 }
 
-TEST(ImageDecoder, RefusesBrokenAndOversizedImages) {
-    const std::string png20 = t::encodePNG(20, 20, quadrants);
-    std::string scrambled = png20;
-    for (std::size_t i = 60; i < scrambled.size() - 20; ++i) scrambled[i] ^= 0x5a;
-    std::string bigFrameGIF = t::twoPixelGIF();  // a 65535x65535 frame on a 2x1 screen
-    bigFrameGIF.replace(32, 4, "\xff\xff\xff\xff");
-
-    ImageLimits pixels399, side19, bytesLess;
-    pixels399.maxPixels = 399, side19.maxSide = 19, bytesLess.maxBytes = png20.size() - 1;
-    const struct {
-        const char* name;
-        std::string bytes;
-        ImageLimits limits;
-    } cases[] = {
-        {"png claiming 100000x100000", t::withPNGSize(png20, 100000, 100000), {}},
-        {"png claiming 20000x1", t::withPNGSize(png20, 20000, 1), {}},
-        {"jpeg claiming 65000x65000", t::withJPEGSize(t::encodeJPEG(8, 8, quadrants), 65000, 65000), {}},
-        {"gif: refused, the system's GIF decoder is not safe on hostile files", t::twoPixelGIF(), {}},
-        {"gif frame larger than its screen", bigFrameGIF, {}},
-        {"over the pixel cap", png20, pixels399},
-        {"over the side cap", png20, side19},
-        {"over the byte cap", png20, bytesLess},
-        {"png of zero width", t::withPNGSize(png20, 0, 20), {}},
-        {"png cut in half", png20.substr(0, png20.size() / 2), {}},
-        {"png with scrambled data", scrambled, {}},
-        {"jpeg cut before its scan", t::encodeJPEG(8, 8, quadrants).substr(0, 200), {}},
-        {"jpeg without a frame", std::string("\xff\xd8\xff\xda\x00\x02", 6), {}},
-        {"bmp, which we never decode", "BM" + std::string(60, '\0'), {}},
-        {"empty", "", {}},
-    };
-    for (const auto& c : cases) EXPECT_FALSE(decodeImage(c.bytes, c.limits)) << c.name;
-
-    ImageLimits exact;  // right at every cap is still fine
-    exact.maxPixels = 400, exact.maxSide = 20, exact.maxBytes = png20.size();
-    EXPECT_TRUE(decodeImage(png20, exact));
-}
-
 // The largest block SDL is asked for, through SDL's own allocator hooks; the
 // originals still do the work, so blocks may cross the swap.
 class LargestSDLAllocation {
@@ -107,19 +70,46 @@ private:
     static inline std::atomic<std::size_t> largest_{0};
 };
 
-TEST(ImageDecoder, OversizedHeaderIsRefusedBeforeTheDecoderAllocates) {
-    ImageLimits small;
+TEST(ImageDecoder, RefusesBrokenAndOversizedImagesBeforeAllocatingForThem) {
+    const std::string png20 = t::encodePNG(20, 20, quadrants), png8 = t::encodePNG(8, 8, quadrants);
+    const std::string jpeg8 = t::encodeJPEG(8, 8, quadrants);
+    std::string scrambled = png20;
+    for (std::size_t i = 60; i < scrambled.size() - 20; ++i) scrambled[i] ^= 0x5a;
+    std::string bigFrameGIF = t::twoPixelGIF();  // a 65535x65535 frame on a 2x1 screen
+    bigFrameGIF.replace(32, 4, "\xff\xff\xff\xff");
+
+    ImageLimits pixels399, side19, bytesLess, small;
+    pixels399.maxPixels = 399, side19.maxSide = 19, bytesLess.maxBytes = png20.size() - 1;
     small.maxPixels = 100 * 100;
-    const std::pair<const char*, std::string> cases[] = {
-        {"png", t::withPNGSize(t::encodePNG(8, 8, quadrants), 1000, 1000)},
-        {"jpeg", t::withJPEGSize(t::encodeJPEG(8, 8, quadrants), 1000, 1000)},
+    const std::tuple<const char*, std::string, ImageLimits> cases[] = {
+        {"png claiming 100000x100000", t::withPNGSize(png20, 100000, 100000), {}},
+        {"png claiming 20000x1", t::withPNGSize(png20, 20000, 1), {}},
+        {"jpeg claiming 65000x65000", t::withJPEGSize(jpeg8, 65000, 65000), {}},
+        {"png claiming 1000x1000 past a small cap", t::withPNGSize(png8, 1000, 1000), small},
+        {"jpeg claiming 1000x1000 past a small cap", t::withJPEGSize(jpeg8, 1000, 1000), small},
+        {"gif: refused, the system's GIF decoder is not safe on hostile files", t::twoPixelGIF(), {}},
+        {"gif frame larger than its screen", bigFrameGIF, {}},
+        {"over the pixel cap", png20, pixels399},
+        {"over the side cap", png20, side19},
+        {"over the byte cap", png20, bytesLess},
+        {"png of zero width", t::withPNGSize(png20, 0, 20), {}},
+        {"png cut in half", png20.substr(0, png20.size() / 2), {}},
+        {"png with scrambled data", scrambled, {}},
+        {"jpeg cut before its scan", jpeg8.substr(0, 200), {}},
+        {"jpeg without a frame", std::string("\xff\xd8\xff\xda\x00\x02", 6), {}},
+        {"bmp, which we never decode", "BM" + std::string(60, '\0'), {}},
+        {"empty", "", {}},
     };
-    for (const auto& [name, bytes] : cases) {
+    for (const auto& [name, bytes, limits] : cases) {
         LargestSDLAllocation probe;
-        EXPECT_FALSE(decodeImage(bytes, small)) << name;
-        // A decoder trusting the header would have made a 1000x1000 surface (3 MB+).
+        EXPECT_FALSE(decodeImage(bytes, limits)) << name;
+        // A decoder trusting a 1000x1000 header would have made a surface of 3 MB or more.
         EXPECT_LT(probe.bytes(), 1000000u) << name;
     }
+
+    ImageLimits exact;  // right at every cap is still fine
+    exact.maxPixels = 400, exact.maxSide = 20, exact.maxBytes = png20.size();
+    EXPECT_TRUE(decodeImage(png20, exact));
 }
 
 }  // namespace

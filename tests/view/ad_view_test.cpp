@@ -15,6 +15,7 @@ namespace {
 using platform::Application;
 using platform::TouchPhase;
 using platform::Window;
+using Opt = std::optional<std::string>;
 
 QVBidModelPtr bidWithImage(std::int64_t w, std::int64_t h, std::string url = "http://127.0.0.1:9/i.png") {
     auto bid = std::make_shared<QVBidModel>();
@@ -26,125 +27,106 @@ QVBidModelPtr bidWithImage(std::int64_t w, std::int64_t h, std::string url = "ht
     return bid;
 }
 
-/// One application with a key window the size of its screen, and what the ad view
-/// asked of its surroundings.
+void expectRect(Rect got, Rect want, const char* what) {
+    EXPECT_DOUBLE_EQ(got.origin.x, want.origin.x) << what;
+    EXPECT_DOUBLE_EQ(got.origin.y, want.origin.y) << what;
+    EXPECT_DOUBLE_EQ(got.size.width, want.size.width) << what;
+    EXPECT_DOUBLE_EQ(got.size.height, want.size.height) << what;
+}
+
+/// One application with a key window the size of its screen, and what the ad view asked of its surroundings.
 struct Rig {
     MainLoop loop;
     Application app{loop};
     std::shared_ptr<Window> window = Window::make();
-    std::vector<std::optional<std::string>> imageLoads;
+    std::vector<Opt> imageLoads;
     double clock = 1000.0;
 
     explicit Rig(Size screen) {
         app.setMainScreen(screen, 3);
         app.setKeyWindow(window);
     }
-    QVAdViewEnvironment environment() {
-        QVAdViewEnvironment env;
-        env.application = &app;
-        env.loadImage = [this](std::weak_ptr<platform::ImageView>, const std::optional<std::string>& url) {
-            imageLoads.push_back(url);
-        };
-        env.clock = [this] { return clock += 0.25; };
-        return env;
-    }
     /// An ad view in the window, pinned the way the facade pins it.
     std::shared_ptr<QVAdView> makeView() {
-        auto view = QVAdView::initWithFrame({{0, 0}, app.mainScreen().bounds().size}, environment());
+        QVAdViewEnvironment env;
+        env.application = &app;
+        env.loadImage = [this](std::weak_ptr<platform::ImageView>, const Opt& url) { imageLoads.push_back(url); };
+        env.clock = [this] { return clock += 0.25; };
+        auto view = QVAdView::initWithFrame({{0, 0}, app.mainScreen().bounds().size}, env);
         window->addSubview(view);
         view->setTranslatesAutoresizingMaskIntoConstraints(false);
-        view->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor())->setActive(true);
-        view->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor())->setActive(true);
-        view->widthAnchor().constraintEqualToAnchor(window->widthAnchor())->setActive(true);
-        view->heightAnchor().constraintEqualToAnchor(window->heightAnchor())->setActive(true);
+        platform::LayoutConstraint::activateConstraints({
+            view->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor()),
+            view->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor()),
+            view->widthAnchor().constraintEqualToAnchor(window->widthAnchor()),
+            view->heightAnchor().constraintEqualToAnchor(window->heightAnchor()),
+        });
         return view;
     }
     void settle() { loop.runUntil([this] { return loop.pending() == 0; }, std::chrono::seconds(5)); }
 };
 
-/// Constraints anywhere in the tree that relate one of the ad view's four subviews.
+void showQuietly(QVAdView& view, QVBidModelPtr bid) {
+    view.showBid(std::move(bid), [](auto&) {}, [](auto&) {}, [](auto&) {});
+}
+
+/// Constraints anywhere in the view's tree that relate one of its four subviews.
 std::size_t subviewConstraints(const QVAdView& view) {
-    std::set<const platform::View*> parts = {view.maskView().get(), view.imageView().get(),
-                                             view.closeButton().get(), view.clickAdButton().get()};
-    std::size_t n = 0;
-    std::vector<const platform::View*> stack;
+    const std::set<const platform::View*> parts = {view.maskView().get(), view.imageView().get(),
+                                                   view.closeButton().get(), view.clickAdButton().get()};
     const platform::View* root = &view;
     while (root->superview()) root = root->superview().get();
-    stack.push_back(root);
-    while (!stack.empty()) {
-        const platform::View* v = stack.back();
-        stack.pop_back();
-        for (const auto& c : v->constraints())
-            if (parts.count(c->firstItem().get()) || parts.count(c->secondItem().get())) ++n;
-        for (const auto& s : v->subviews()) stack.push_back(s.get());
-    }
+    std::size_t n = 0;
+    std::function<void(const platform::View&)> walk = [&](const platform::View& v) {
+        for (const auto& c : v.constraints())
+            n += parts.count(c->firstItem().get()) || parts.count(c->secondItem().get());
+        for (const auto& s : v.subviews()) walk(*s);
+    };
+    walk(*root);
     return n;
 }
 
 TEST(AdViewLayout, FiguresForPortraitLandscapeSquareAndTallImages) {
-    struct Case {
-        const char* name;
-        Size screen;
-        std::int64_t iw, ih;
-        Rect image;
-        Point closeOrigin;
-    };
-    const Case cases[] = {
+    const double squareH = 425.0 * 500 / 600, squareY = 250 - squareH / 2;
+    const std::tuple<const char*, Size, std::int64_t, std::int64_t, Rect, Point> cases[] = {
         {"portrait", {375, 812}, 600, 500, {{28.125, 273.1875}, {318.75, 265.625}}, {309.875, 223.1875}},
         {"landscape", {812, 375}, 600, 500, {{214.75, 28.125}, {382.5, 318.75}}, {607.25, 25.125}},
-        {"square: width rule, button beside", {500, 500}, 600, 500,
-         {{37.5, 250 - 425.0 * 500 / 600 / 2}, {425, 425.0 * 500 / 600}},
-         {37.5 + 425 + 10, 250 - 425.0 * 500 / 600 / 2 - 3}},
+        {"square: width rule, button beside", {500, 500}, 600, 500, {{37.5, squareY}, {425, squareH}},
+         {37.5 + 425 + 10, squareY - 3}},
         {"tall image is not clamped", {375, 812}, 300, 900, {{28.125, 406 - 478.125}, {318.75, 956.25}},
          {28.125 + 318.75 + 3 - 40, 406 - 478.125 - 10 - 40}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Rig rig(c.screen);
+    for (const auto& [name, screen, iw, ih, image, close] : cases) {
+        SCOPED_TRACE(name);
+        Rig rig(screen);
         auto view = rig.makeView();
-        view->showBid(bidWithImage(c.iw, c.ih), [](auto&) {}, [](auto&) {}, [](auto&) {});
-        const Rect image = view->imageView()->frame();
-        EXPECT_DOUBLE_EQ(image.origin.x, c.image.origin.x);
-        EXPECT_DOUBLE_EQ(image.origin.y, c.image.origin.y);
-        EXPECT_DOUBLE_EQ(image.size.width, c.image.size.width);
-        EXPECT_DOUBLE_EQ(image.size.height, c.image.size.height);
-        const Rect close = view->closeButton()->frame();
-        EXPECT_DOUBLE_EQ(close.origin.x, c.closeOrigin.x);
-        EXPECT_DOUBLE_EQ(close.origin.y, c.closeOrigin.y);
-        EXPECT_DOUBLE_EQ(close.size.width, 40);
-        EXPECT_DOUBLE_EQ(close.size.height, 40);
-        const Rect click = view->clickAdButton()->frame();  // exactly over the image
-        EXPECT_DOUBLE_EQ(click.origin.x, image.origin.x);
-        EXPECT_DOUBLE_EQ(click.origin.y, image.origin.y);
-        EXPECT_DOUBLE_EQ(click.size.width, image.size.width);
-        EXPECT_DOUBLE_EQ(click.size.height, image.size.height);
-        EXPECT_EQ(view->maskView()->frame(), (Rect{{0, 0}, c.screen}));
-        EXPECT_EQ(view->frame(), (Rect{{0, 0}, c.screen}));
+        showQuietly(*view, bidWithImage(iw, ih));
+        expectRect(view->imageView()->frame(), image, "image");
+        expectRect(view->clickAdButton()->frame(), image, "click area: exactly over the image");
+        expectRect(view->closeButton()->frame(), {close, {40, 40}}, "close button");
+        EXPECT_EQ(view->maskView()->frame(), (Rect{{0, 0}, screen}));
+        EXPECT_EQ(view->frame(), (Rect{{0, 0}, screen}));
     }
 }
 
-TEST(AdViewLayout, BoxSizeRuleAndItsFallbacksForUnusableImages) {
-    QVBidImageModel good, zeroW, zeroH, negative;
-    good.setWidth(600), good.setHeight(500);
+TEST(AdViewLayout, UnusableImagesGetASquareBox) {
+    QVBidImageModel zeroW, zeroH, negative;
     zeroW.setWidth(0), zeroW.setHeight(500);
     zeroH.setWidth(600), zeroH.setHeight(0);
     negative.setWidth(-600), negative.setHeight(500);
-    struct Case {
-        Size screen;
-        const QVBidImageModel* image;
-        Size box;
+    const std::tuple<Size, const QVBidImageModel*, double> cases[] = {
+        {{375, 812}, &zeroW, 318.75}, {{812, 375}, &zeroH, 318.75},   {{375, 812}, &negative, 318.75},
+        {{375, 812}, nullptr, 318.75}, {{500, 500}, nullptr, 425},
     };
-    const Case cases[] = {
-        {{375, 812}, &good, {318.75, 265.625}},  {{812, 375}, &good, {382.5, 318.75}},
-        {{375, 812}, &zeroW, {318.75, 318.75}},  {{812, 375}, &zeroH, {318.75, 318.75}},
-        {{375, 812}, &zeroH, {318.75, 318.75}},  {{375, 812}, &negative, {318.75, 318.75}},
-        {{375, 812}, nullptr, {318.75, 318.75}}, {{500, 500}, nullptr, {425, 425}},
-    };
-    for (const auto& c : cases) {
-        const Size box = QVAdViewImageBoxSize(c.screen, c.image);
-        EXPECT_DOUBLE_EQ(box.width, c.box.width);
-        EXPECT_DOUBLE_EQ(box.height, c.box.height);
-    }
+    for (const auto& [screen, image, side] : cases) EXPECT_EQ(QVAdViewImageBoxSize(screen, image), (Size{side, side}));
+
+    Rig rig({375, 812});  // a bid without images shows that box with nothing in it
+    auto view = rig.makeView();
+    int shows = 0;
+    view->showBid(std::make_shared<QVBidModel>(), [&](auto&) { ++shows; }, [](auto&) {}, [](auto&) {});
+    EXPECT_EQ(shows, 1);
+    EXPECT_EQ(rig.imageLoads, std::vector<Opt>{std::nullopt});
+    EXPECT_EQ(view->imageView()->frame().size, (Size{318.75, 318.75}));
 }
 
 TEST(AdViewLayout, FourteenConstraintsBeforeABidSixteenAfterNeverDuplicated) {
@@ -155,14 +137,13 @@ TEST(AdViewLayout, FourteenConstraintsBeforeABidSixteenAfterNeverDuplicated) {
     view->setupUIConstraints();
     EXPECT_EQ(subviewConstraints(*view), 14u);
 
-    view->showBid(bidWithImage(600, 500), [](auto&) {}, [](auto&) {}, [](auto&) {});
+    showQuietly(*view, bidWithImage(600, 500));
     EXPECT_EQ(subviewConstraints(*view), 16u);
     for (int i = 0; i < 3; ++i) view->setupUIConstraints();
     rig.app.setMainScreen({812, 375}, 3);  // flips: the notification rebuilds
     rig.app.deviceOrientationDidChange();
     EXPECT_EQ(subviewConstraints(*view), 16u);
     EXPECT_DOUBLE_EQ(view->imageView()->frame().size.width, 382.5) << "rebuilt for landscape";
-    EXPECT_DOUBLE_EQ(view->closeButton()->frame().origin.x, 607.25);
     EXPECT_EQ(view->imageViewHeight(), nullptr);
     EXPECT_EQ(view->imageViewWidth(), nullptr);
 
@@ -203,18 +184,15 @@ TEST(AdViewShow, ImageThenImpressionThenOnAdShowThenLayout) {
     std::vector<std::string> seenAtShow;
     std::size_t constraintsAtShow = 0;
     QVBidModelPtr shownBid;
-    view->showBid(
-        bid,
-        [&](const QVBidModelPtr& b) {
-            seenAtShow = log.lines();
-            constraintsAtShow = subviewConstraints(*view);
-            shownBid = b;
-        },
-        [](auto&) {}, [](auto&) {});
-    ASSERT_EQ(rig.imageLoads.size(), 1u);
-    EXPECT_EQ(rig.imageLoads[0], std::optional<std::string>("not a url at all"));
-    ASSERT_FALSE(seenAtShow.empty()) << "the impression is reported before onAdShow";
-    EXPECT_EQ(seenAtShow[0], "GET URL WITH retry, 3, http://127.0.0.1:9/view");
+    const auto onShow = [&](const QVBidModelPtr& b) {
+        seenAtShow = log.lines();
+        constraintsAtShow = subviewConstraints(*view);
+        shownBid = b;
+    };
+    view->showBid(bid, onShow, [](auto&) {}, [](auto&) {});
+    EXPECT_EQ(rig.imageLoads, std::vector<Opt>{"not a url at all"});
+    EXPECT_EQ(seenAtShow, std::vector<std::string>{"GET URL WITH retry, 3, http://127.0.0.1:9/view"})
+        << "the impression is reported before onAdShow, even for an image that cannot load";
     EXPECT_EQ(constraintsAtShow, 14u) << "layout comes after onAdShow";
     EXPECT_EQ(shownBid, bid);
     EXPECT_EQ(view->bid(), bid);
@@ -222,53 +200,35 @@ TEST(AdViewShow, ImageThenImpressionThenOnAdShowThenLayout) {
     QuovAd::shared().flush(std::chrono::seconds(10));
 }
 
-TEST(AdViewShow, ABidWithoutImagesShowsAnEmptySquareBox) {
-    Rig rig({375, 812});
-    auto view = rig.makeView();
-    int shows = 0;
-    view->showBid(std::make_shared<QVBidModel>(), [&](auto&) { ++shows; }, [](auto&) {}, [](auto&) {});
-    EXPECT_EQ(shows, 1);
-    ASSERT_EQ(rig.imageLoads.size(), 1u);
-    EXPECT_FALSE(rig.imageLoads[0].has_value());
-    EXPECT_EQ(view->imageView()->frame().size, (Size{318.75, 318.75}));
-    EXPECT_EQ(subviewConstraints(*view), 16u);
-}
-
 /// A shown ad with a scripted opener and a record of every callback.
 struct ClickRig : Rig {
     std::shared_ptr<QVAdView> view;
     std::vector<std::string> events;
-    std::vector<std::optional<std::string>> opened;
+    std::vector<Opt> opened;
     std::set<std::string> openable;
 
-    explicit ClickRig(QVBidModelPtr bid) : Rig({375, 812}) {
-        app.setURLOpener([this](const std::optional<std::string>& url, platform::URLOpenCompletion done) {
+    ClickRig(Opt deep = std::nullopt, Opt ios = std::nullopt, Opt click = std::nullopt) : Rig({375, 812}) {
+        app.setURLOpener([this](const Opt& url, platform::URLOpenCompletion done) {
             opened.push_back(url);
             done(url && openable.count(*url));
         });
+        auto bid = bidWithImage(600, 500);
+        bid->setDeepLinkURL(std::move(deep));
+        bid->setIOSURL(std::move(ios));
+        bid->setClickURL(std::move(click));
         view = makeView();
         view->showBid(
-            std::move(bid), [this](auto&) { events.push_back("show"); },
-            [this](auto&) { events.push_back("clicked"); }, [this](auto&) { events.push_back("closed"); });
+            bid, [this](auto&) { events.push_back("show"); }, [this](auto&) { events.push_back("clicked"); },
+            [this](auto&) { events.push_back("closed"); });
     }
-    Point imageOrigin() const { return view->imageView()->frame().origin; }
-    void tap(std::uint64_t id, Point down, Point up) {
-        window->sendTouch(id, TouchPhase::Began, down);
-        window->sendTouch(id, TouchPhase::Ended, up);
+    /// A point in the image's own space, in the window's.
+    Point inImage(double x, double y) const {
+        const Point o = view->imageView()->frame().origin;
+        return {o.x + x, o.y + y};
     }
 };
 
-QVBidModelPtr linkedBid(std::optional<std::string> deep, std::optional<std::string> ios,
-                        std::optional<std::string> click) {
-    auto bid = bidWithImage(600, 500);
-    bid->setDeepLinkURL(std::move(deep));
-    bid->setIOSURL(std::move(ios));
-    bid->setClickURL(std::move(click));
-    return bid;
-}
-
 TEST(AdViewClick, OpenChainTriesEachLinkOnlyAfterThePreviousFailed) {
-    using Opt = std::optional<std::string>;
     struct Case {
         const char* name;
         Opt deep, ios, click;
@@ -276,25 +236,25 @@ TEST(AdViewClick, OpenChainTriesEachLinkOnlyAfterThePreviousFailed) {
         std::vector<Opt> tried;
         std::vector<std::string> logged;
     };
-    const std::vector<Case> cases = {
+    const Case cases[] = {
         {"deep link opens", "app://d", "https://i", "https://c", {"app://d"}, {"app://d"}, {}},
         {"deep link absent, platform page opens", std::nullopt, "https://i", "https://c", {"https://i"},
          {std::nullopt, "https://i"}, {}},
         {"only the click URL opens", "app://d", "https://i", "https://c", {"https://c"},
          {"app://d", "https://i", "https://c"}, {}},
-        {"nothing opens", "app://d", "https://i", "https://c", {},
-         {"app://d", "https://i", "https://c"}, {"Unable to open URL: https://c"}},
-        {"all absent", std::nullopt, std::nullopt, std::nullopt, {},
-         {std::nullopt, std::nullopt, std::nullopt}, {"Unable to open URL: (null)"}},
+        {"nothing opens", "app://d", "https://i", "https://c", {}, {"app://d", "https://i", "https://c"},
+         {"Unable to open URL: https://c"}},
+        {"all absent", std::nullopt, std::nullopt, std::nullopt, {}, {std::nullopt, std::nullopt, std::nullopt},
+         {"Unable to open URL: (null)"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         test::LogCapture log;
-        ClickRig rig(linkedBid(c.deep, c.ios, c.click));
+        ClickRig rig(c.deep, c.ios, c.click);
         rig.openable = c.openable;
         std::weak_ptr<QVAdView> weak = rig.view;
-        const Point o = rig.imageOrigin();
-        rig.tap(1, {o.x + 10, o.y + 20}, {o.x + 12, o.y + 25});
+        rig.window->sendTouch(1, TouchPhase::Began, rig.inImage(10, 20));
+        rig.window->sendTouch(1, TouchPhase::Ended, rig.inImage(12, 25));
         EXPECT_EQ(rig.events, (std::vector<std::string>{"show", "clicked"}));
         EXPECT_EQ(rig.view->superview(), nullptr) << "off screen when the handler returns";
         rig.view.reset();
@@ -306,62 +266,37 @@ TEST(AdViewClick, OpenChainTriesEachLinkOnlyAfterThePreviousFailed) {
     }
 }
 
-TEST(AdViewClick, TouchDownIsRecordedInTheClickAreasSpace) {
-    ClickRig rig(linkedBid(std::nullopt, std::nullopt, std::nullopt));
+TEST(AdViewClick, TouchDownIsRecordedInTheClickAreasSpaceAndAnUpOutsideIsNoClick) {
+    ClickRig rig;
     EXPECT_EQ(rig.view->touchDownPoint(), (Point{0, 0}));
-    EXPECT_EQ(rig.view->touchDownDate(), 0);
-    const Point o = rig.imageOrigin();
-    rig.window->sendTouch(1, TouchPhase::Began, {o.x + 10, o.y + 20});
+    rig.window->sendTouch(1, TouchPhase::Began, rig.inImage(10, 20));
     EXPECT_EQ(rig.view->touchDownPoint(), (Point{10, 20}));
     EXPECT_DOUBLE_EQ(rig.view->touchDownDate(), 1000.25);
-    EXPECT_TRUE(rig.events.size() == 1) << "nothing happens on touch-down";
-
-    // Lifted outside: no click; the record waits to be overwritten.
     rig.window->sendTouch(1, TouchPhase::Ended, {1, 1});
     EXPECT_EQ(rig.events, (std::vector<std::string>{"show"}));
     EXPECT_NE(rig.view->superview(), nullptr);
-    rig.window->sendTouch(2, TouchPhase::Began, {o.x + 30, o.y + 40});
-    EXPECT_EQ(rig.view->touchDownPoint(), (Point{30, 40}));
+    rig.window->sendTouch(2, TouchPhase::Began, rig.inImage(30, 40));
+    EXPECT_EQ(rig.view->touchDownPoint(), (Point{30, 40})) << "the next touch-down overwrites the record";
 }
 
 TEST(AdViewClick, ClickWithoutTouchDownAndCloseWithoutClick) {
-    {
-        ClickRig rig(linkedBid(std::nullopt, std::nullopt, std::nullopt));
-        platform::TouchEvent noTouches({});
-        rig.view->onAdButtonTouchUpInside(*rig.view->clickAdButton(), noTouches);
-        EXPECT_EQ(rig.events, (std::vector<std::string>{"show", "clicked"}));
-        EXPECT_EQ(rig.view->touchDownPoint(), (Point{0, 0}));
-        EXPECT_EQ(rig.view->touchDownDate(), 0);
-        rig.settle();
-    }
-    {
-        ClickRig rig(linkedBid("app://d", std::nullopt, std::nullopt));
-        const Rect close = rig.view->closeButton()->frame();
-        rig.tap(1, {close.origin.x + 20, close.origin.y + 20}, {close.origin.x + 20, close.origin.y + 20});
-        EXPECT_EQ(rig.events, (std::vector<std::string>{"show", "closed"}));
-        EXPECT_EQ(rig.view->superview(), nullptr);
-        rig.settle();
-        EXPECT_TRUE(rig.opened.empty()) << "a close opens nothing";
-    }
+    ClickRig clicked;
+    clicked.view->onAdButtonTouchUpInside(*clicked.view->clickAdButton(), platform::TouchEvent({}));
+    EXPECT_EQ(clicked.events, (std::vector<std::string>{"show", "clicked"}));
+    EXPECT_EQ(clicked.view->touchDownDate(), 0);
+    clicked.settle();
+
+    ClickRig closed("app://d");
+    const Point o = closed.view->closeButton()->frame().origin, mid = {o.x + 20, o.y + 20};
+    closed.window->sendTouch(1, TouchPhase::Began, mid);
+    closed.window->sendTouch(1, TouchPhase::Ended, mid);
+    EXPECT_EQ(closed.events, (std::vector<std::string>{"show", "closed"}));
+    EXPECT_EQ(closed.view->superview(), nullptr);
+    closed.settle();
+    EXPECT_TRUE(closed.opened.empty()) << "a close opens nothing";
 }
 
-TEST(FacadeViewPath, NoKeyWindowFailsTheLoadWithAClearError) {
-    auto& app = Application::shared();
-    auto previous = app.keyWindow();
-    app.setKeyWindow(nullptr);
-    QuovAd ad;
-    auto delegate = std::make_shared<test::RecordingDelegate>();
-    ad.setDelegate(delegate);
-    QuovAdFlow::makeLoadCompletion(ad)({bidWithImage(600, 500)}, std::nullopt);
-    EXPECT_EQ(delegate->calls, (std::vector<std::string>{"loaded", "loadFailed"}));
-    ASSERT_EQ(delegate->errors.size(), 1u);
-    EXPECT_EQ(delegate->errors[0].domain, "QAPP");
-    EXPECT_EQ(delegate->errors[0].code, QuovAdFlow::kNoKeyWindowCode);
-    EXPECT_TRUE(delegate->errors[0].description.has_value());
-    app.setKeyWindow(previous);
-}
-
-TEST(FacadeViewPath, TwoLoadsStackTwoPinnedViewsOnTheKeyWindow) {
+TEST(FacadeViewPath, PinsEachViewToTheKeyWindowAndFailsClearlyWithoutOne) {
     auto& app = Application::shared();
     auto previous = app.keyWindow();
     app.setMainScreen({375, 812}, 3);
@@ -372,18 +307,24 @@ TEST(FacadeViewPath, TwoLoadsStackTwoPinnedViewsOnTheKeyWindow) {
     ad.setDelegate(delegate);
     QuovAdFlow::makeLoadCompletion(ad)({bidWithImage(600, 500)}, std::nullopt);
     QuovAdFlow::makeLoadCompletion(ad)({bidWithImage(300, 900)}, std::nullopt);
-    EXPECT_EQ(delegate->calls, (std::vector<std::string>{"loaded", "displayed", "loaded", "displayed"}));
     ASSERT_EQ(window->subviews().size(), 2u);
     for (const auto& v : window->subviews()) {
         auto adView = std::dynamic_pointer_cast<QVAdView>(v);
         ASSERT_NE(adView, nullptr);
         EXPECT_EQ(adView->frame(), (Rect{{0, 0}, {375, 812}}));
-        EXPECT_FALSE(adView->translatesAutoresizingMaskIntoConstraints());
     }
     std::size_t pins = 0;
-    for (const auto& c : window->constraints())
-        if (std::dynamic_pointer_cast<QVAdView>(c->firstItem())) ++pins;
+    for (const auto& c : window->constraints()) pins += std::dynamic_pointer_cast<QVAdView>(c->firstItem()) != nullptr;
     EXPECT_EQ(pins, 8u) << "leading, trailing, width and height for each view; nothing vertical";
+
+    app.setKeyWindow(nullptr);
+    QuovAdFlow::makeLoadCompletion(ad)({bidWithImage(600, 500)}, std::nullopt);
+    EXPECT_EQ(delegate->calls, (std::vector<std::string>{"loaded", "displayed", "loaded", "displayed", "loaded",
+                                                         "loadFailed"}));
+    ASSERT_EQ(delegate->errors.size(), 1u);
+    EXPECT_EQ(delegate->errors[0].domain, "QAPP");
+    EXPECT_EQ(delegate->errors[0].code, QuovAdFlow::kNoKeyWindowCode);
+    EXPECT_TRUE(delegate->errors[0].description.has_value());
     app.setKeyWindow(previous);
 }
 
