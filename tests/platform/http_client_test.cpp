@@ -168,6 +168,23 @@ TEST_F(HttpClientTest, CompletionsRunOnTheLoopThreadAndAreCounted) {
     EXPECT_TRUE(allOnMain);
 }
 
+TEST_F(HttpClientTest, AFewRequestsPerHostAtOnceTheRestQueued) {
+    Answer slow = Answer::empty();
+    slow.delay = 20ms;
+    server.on("/q", slow);
+    test::TestServer other;
+    other.on("/q", slow);
+    int ok = 0;
+    for (int i = 0; i < 30; ++i) {
+        for (TestServer* s : {&server, &other})
+            client.send(get(s->url("/q")), [&](HttpResponse r) { ok += r.transportOk && r.status == 200; });
+    }
+    ASSERT_TRUE(loop.runUntil([&] { return client.inFlight() == 0; }, 60s));
+    EXPECT_EQ(ok, 60);
+    EXPECT_LE(server.maxConcurrent(), 6u);
+    EXPECT_LE(other.maxConcurrent(), 6u);
+}
+
 TEST_F(HttpClientTest, HostSignalSetupIsLeftAlone) {
     struct sigaction before {};
     sigaction(SIGPIPE, nullptr, &before);
