@@ -267,6 +267,7 @@ TEST_F(BidResponse, SuccessfulAnswersGiveTheFirstSeatsBidsInOrder) {
         {"non-object bid skipped", Answer::json(R"({"seatbid":[{"bid":[1,{"id":"k"},"s"]}]})"), {"k"}},
         {"document array", Answer::json(R"([{"seatbid":[{"bid":[{"id":"x"}]}]}])"), {}},
         {"document number", Answer{200, "text/json", "42"}, {}},
+        {"deeply nested", Answer::json(std::string(500000, '[') + std::string(500000, ']')), {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
