@@ -3,6 +3,8 @@
 #include <quov/QuovAd.h>
 #include <quov/QVRequestHelper.h>
 
+#include "view/QVAdView.h"
+
 #include <functional>
 
 namespace quov {
@@ -19,8 +21,14 @@ struct QuovAdFlow {
     static void setViewPresenter(ViewPresenter presenter);  // empty restores the default
     static void presentOnView(QuovAd& ad, QVBidModelPtr bid);
 
-    /// The default presenter.
+    /// The default presenter: a QVAdView the size of the main screen in the key
+    /// window. Without a key window the delegate gets noKeyWindowError().
     static void showInKeyWindow(QuovAd& ad, QVBidModelPtr bid);
+
+    static constexpr std::int64_t kNoKeyWindowCode = 1001;
+    static Error noKeyWindowError();
+    /// What the ad views the facade makes run with (the SDK's loader, opener, clock).
+    static QVAdViewEnvironment defaultAdViewEnvironment();
 };
 
 }  // namespace quov

@@ -3,13 +3,17 @@
 #include <quov/MainLoop.h>
 
 #include "network/Tracking.h"
+#include "platform/Application.h"
 
 namespace quov {
 
 // Runs the loop rather than waiting on it: completions and retries are main-loop
-// tasks, so nothing would end while the main thread merely slept.
+// tasks, so nothing would end while the main thread merely slept. A click's
+// open-URL chain counts too: its landing page should open before the host exits.
 bool QuovAd::flush(std::chrono::milliseconds timeout) {
-    return MainLoop::shared().runUntil([] { return network::pendingTrackingRequests() == 0; }, timeout);
+    platform::Application& app = platform::Application::shared();
+    return MainLoop::shared().runUntil(
+        [&app] { return network::pendingTrackingRequests() == 0 && app.pendingURLOpens() == 0; }, timeout);
 }
 
 }  // namespace quov

@@ -1,11 +1,55 @@
 #include "facade/QuovAdFlow.h"
 
+#include "platform/Application.h"
+#include "platform/ImageViewURL.h"
+#include "view/QVAdView.h"
+
 namespace quov {
 
-// No window toolkit yet: the bid cannot be shown, and the host hears why.
-void QuovAdFlow::showInKeyWindow(QuovAd& ad, QVBidModelPtr) {
-    if (auto d = ad.delegate())
-        d->onQuovSDKAdLoadFailed(Error{"QuovSDK", 1, std::string("no key window to show the ad in")});
+void QuovAdFlow::showInKeyWindow(QuovAd& ad, QVBidModelPtr bid) {
+    platform::Application& app = platform::Application::shared();
+    const std::shared_ptr<platform::Window> window = app.keyWindow();
+    if (!window) {
+        // Nowhere to show it: the host hears why instead of never hearing anything.
+        if (auto d = ad.delegate()) d->onQuovSDKAdLoadFailed(noKeyWindowError());
+        return;
+    }
+    const Size screen = app.mainScreen().bounds().size;
+    auto view = QVAdView::initWithFrame(Rect{{0, 0}, screen}, defaultAdViewEnvironment());
+    window->addSubview(view);
+
+    view->setTranslatesAutoresizingMaskIntoConstraints(false);
+    // No vertical constraint: the view stays at the frame's origin 0.
+    view->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor())->setActive(true);
+    view->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor())->setActive(true);
+    view->widthAnchor().constraintEqualToAnchor(window->widthAnchor())->setActive(true);
+    view->heightAnchor().constraintEqualToAnchor(window->heightAnchor())->setActive(true);
+
+    QuovAd* facade = &ad;
+    view->showBid(
+        std::move(bid),
+        [facade](const QVBidModelPtr&) {
+            if (auto d = facade->delegate()) d->onQuovSDKAdDisplayed();
+        },
+        [facade](const QVBidModelPtr&) {
+            if (auto d = facade->delegate()) d->onQuovSDKAdClicked();
+        },
+        [facade](const QVBidModelPtr&) {
+            if (auto d = facade->delegate()) d->onQuovSDKAdClosed();
+        });
+}
+
+Error QuovAdFlow::noKeyWindowError() {
+    return Error{"QAPP", kNoKeyWindowCode,
+                 std::string("no key window to show the ad in: attach an SDL window first")};
+}
+
+QVAdViewEnvironment QuovAdFlow::defaultAdViewEnvironment() {
+    QVAdViewEnvironment environment;
+    environment.loadImage = [](std::weak_ptr<platform::ImageView> view, const std::optional<std::string>& url) {
+        platform::setImageWithURL(std::move(view), url);
+    };
+    return environment;
 }
 
 }  // namespace quov

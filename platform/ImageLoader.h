@@ -31,6 +31,9 @@ public:
     /// Main thread. Never blocks on I/O or decoding.
     void load(const std::optional<std::string>& url, Completion completion);
 
+    /// Loads whose completion has not run yet. Main thread.
+    std::size_t pendingLoads() const;
+
 private:
     struct Impl;
     Impl* impl_;

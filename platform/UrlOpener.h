@@ -2,6 +2,7 @@
 
 #include <quov/MainLoop.h>
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -20,7 +21,15 @@ using URLOpener =
 /// The Linux default: runs `program` with the URL as its one argument (posix_spawn,
 /// no shell) off the main thread; exit status 0 means opened. Refuses hostile or
 /// local URLs without spawning.
+///
+/// `program` is looked up on PATH unless it holds a '/'. It runs with standard input
+/// from /dev/null, no other descriptor of ours, "/" as working directory and a session
+/// of its own. Openers may wait for the browser they started, so a child still running
+/// after `patience` counts as opened; it is reaped when it exits. The answers go to
+/// `loop`, which must outlive every pending answer. Copies share one small worker
+/// thread that exists only while children are pending.
 URLOpener makeProgramURLOpener(std::string program = "xdg-open",
-                               MainLoop& loop = MainLoop::shared());
+                               MainLoop& loop = MainLoop::shared(),
+                               std::chrono::milliseconds patience = std::chrono::seconds(3));
 
 }  // namespace quov::platform

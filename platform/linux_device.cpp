@@ -192,9 +192,18 @@ const Route* bestRoute(const std::vector<Route>& routes, std::uint32_t address) 
             best = &r;
             continue;
         }
-        const auto bits = [](std::uint32_t m) { return __builtin_popcount(m); };
-        if (bits(r.mask) > bits(best->mask) || (bits(r.mask) == bits(best->mask) && r.metric < best->metric))
-            best = &r;
+        const int bits = __builtin_popcount(r.mask), bestBits = __builtin_popcount(best->mask);
+        if (bits > bestBits || (bits == bestBits && r.metric < best->metric)) best = &r;
+    }
+    return best;
+}
+
+// The default route with the lowest metric: the interface traffic leaves by.
+const Route* defaultRoute(const std::vector<Route>& routes) {
+    const Route* best = nullptr;
+    for (const auto& r : routes) {
+        if (!(r.flags & RTF_UP) || r.destination != 0 || r.mask != 0) continue;
+        if (!best || r.metric < best->metric) best = &r;
     }
     return best;
 }
@@ -427,8 +436,8 @@ bool LinuxDevicePlatform::advertisingTrackingEnabled() const {
 std::optional<std::string> LinuxDevicePlatform::primaryInterfaceName() const {
     auto routes = readRoutes(path("/proc/net/route"));
     if (!routes) return std::nullopt;
-    const Route* r = bestRoute(*routes, 0);
-    if (!r || r->mask != 0 || !safeInterfaceName(r->iface)) return std::nullopt;
+    const Route* r = defaultRoute(*routes);
+    if (!r || !safeInterfaceName(r->iface)) return std::nullopt;
     return r->iface;
 }
 
@@ -476,8 +485,8 @@ std::optional<std::uint32_t> LinuxDevicePlatform::reachabilityFlags(const std::s
 
     auto routes = readRoutes(path("/proc/net/route"));
     if (!routes) return std::nullopt;
-    const Route* r = bestRoute(*routes, isNumeric ? numeric.s_addr : 0);
-    if (!r || (!isNumeric && r->mask != 0)) return 0u;
+    const Route* r = isNumeric ? bestRoute(*routes, numeric.s_addr) : defaultRoute(*routes);
+    if (!r) return 0u;
 
     std::uint32_t flags = kReachable;
     const std::string& name = r->iface;

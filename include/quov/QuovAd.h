@@ -68,9 +68,9 @@ public:
     const std::optional<std::string>& OAID() const { return oaid_; }
 
     /// Runs the main loop until the SDK's pending tracking requests (impressions,
-    /// clicks and their retries) have ended or the timeout passes. Call it before
-    /// exiting so reports are not lost. Blocks the main thread; returns true when
-    /// nothing is left in flight.
+    /// clicks and their retries) and a click's URL opening have ended, or the
+    /// timeout passes. Call it before exiting so reports are not lost. Blocks the
+    /// main thread; returns true when nothing is left in flight.
     bool flush(std::chrono::milliseconds timeout);
 
 private:

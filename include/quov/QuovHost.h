@@ -45,6 +45,10 @@ public:
 
     /// The application's state, until a toolkit reports it. Default: active.
     static void setApplicationState(ApplicationState state);
+    /// The program the SDK runs to open a clicked ad's deep link or landing page
+    /// (default "xdg-open", found on PATH unless it holds a '/'), with the URL as its
+    /// one argument and no shell; exit status 0 means opened. Main thread.
+    static void setURLOpenerProgram(std::string program);
 };
 
 }  // namespace quov

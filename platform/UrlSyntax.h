@@ -1,0 +1,17 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quov::platform {
+
+/// The lower-cased scheme of `text` when it reads as an absolute URL, else nothing.
+/// Strict on purpose, because what passes goes to a downloader or to another program:
+/// only the characters a URL may carry (no whitespace, controls or raw non-ASCII),
+/// well-formed percent escapes, a scheme of at least two characters (one letter would
+/// read as a drive letter) and something after its colon; http and https also need
+/// "//" and a host. Pure and thread-safe.
+std::optional<std::string> absoluteURLScheme(std::string_view text);
+
+}  // namespace quov::platform

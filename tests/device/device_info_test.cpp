@@ -1,0 +1,320 @@
+// The selection rules of QVDeviceInfo, driven through the scriptable platform.
+#include <quov/QVDeviceInfo.h>
+#include <quov/QVRequestHelper.h>
+
+#include "platform/fake_device.h"
+#include "platform/linux_device.h"
+#include "support/LogCapture.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <memory>
+#include <regex>
+
+using quov::DeviceInfoRecord;
+using quov::QVDeviceInfo;
+using quov::platform::FakeDevicePlatform;
+using quov::platform::ScopedDevicePlatform;
+
+namespace {
+
+// A fresh fake installed for the test's lifetime.
+struct FakeDevice : ::testing::Test {
+    std::shared_ptr<FakeDevicePlatform> fake = std::make_shared<FakeDevicePlatform>();
+    ScopedDevicePlatform scope{fake};
+};
+
+const char* const kNoIP = "an error occurred when obtaining ip address";
+
+}  // namespace
+
+// ---- model and screen naming ----
+
+TEST_F(FakeDevice, ModelTableNamesEveryIdentifier) {
+    // Every identifier of the table (75 in 53 rows), then some that are not in it.
+    const std::pair<const char*, const char*> cases[] = {
+        {"iPhone1,1", "iPhone 1G"}, {"iPhone1,2", "iPhone 3G"}, {"iPhone2,1", "iPhone 3GS"},
+        {"iPhone3,1", "iPhone 4"}, {"iPhone3,2", "Verizon iPhone 4"}, {"iPhone4,1", "iPhone 4S"},
+        {"iPhone5,1", "iPhone 5"}, {"iPhone5,2", "iPhone 5"}, {"iPhone5,3", "iPhone 5C"},
+        {"iPhone5,4", "iPhone 5C"}, {"iPhone6,1", "iPhone 5S"}, {"iPhone6,2", "iPhone 5S"},
+        {"iPhone7,1", "iPhone 6 Plus"}, {"iPhone7,2", "iPhone 6"}, {"iPhone8,1", "iPhone 6s"},
+        {"iPhone8,2", "iPhone 6s Plus"}, {"iPhone8,4", "iPhone SE"}, {"iPhone9,1", "iPhone 7"},
+        {"iPhone9,2", "iPhone 7 Plus"}, {"iPhone9,3", "iPhone 7"}, {"iPhone9,4", "iPhone 7 Plus"},
+        {"iPhone10,1", "iPhone 8"}, {"iPhone10,2", "iPhone 8"}, {"iPhone10,4", "iPhone 8"},
+        {"iPhone10,5", "iPhone 8"}, {"iPhone10,3", "iPhone X"}, {"iPhone10,6", "iPhone X"},
+        {"iPhone11,8", "iPhone XR"}, {"iPhone11,2", "iPhone XS"}, {"iPhone11,4", "iPhone XS Max"},
+        {"iPhone11,6", "iPhone XS Max"}, {"iPhone12,1", "iPhone 11"}, {"iPhone12,3", "iPhone 11 Pro"},
+        {"iPhone12,5", "iPhone 11 Pro Max"}, {"iPhone12,8", "iPhone SE (2nd generation)"}, {"iPad1,1", "iPad"},
+        {"iPad2,1", "iPad 2 (WiFi)"}, {"iPad2,2", "iPad 2 (GSM)"}, {"iPad2,3", "iPad 2 (CDMA)"},
+        {"iPad2,4", "iPad 2 (32nm)"}, {"iPad2,5", "iPad mini (WiFi)"}, {"iPad2,6", "iPad mini (GSM)"},
+        {"iPad2,7", "iPad mini (CDMA)"}, {"iPad4,4", "iPad mini 2"}, {"iPad4,5", "iPad mini 2"},
+        {"iPad4,6", "iPad mini 2"}, {"iPad4,7", "iPad mini 3"}, {"iPad4,8", "iPad mini 3"},
+        {"iPad5,1", "iPad mini 4"}, {"iPad5,2", "iPad mini 4"}, {"iPad3,1", "iPad 3(WiFi)"},
+        {"iPad3,2", "iPad 3(CDMA)"}, {"iPad3,3", "iPad 3(4G)"}, {"iPad3,4", "iPad 4 (WiFi)"},
+        {"iPad3,5", "iPad 4 (4G)"}, {"iPad3,6", "iPad 4 (CDMA)"}, {"iPad4,1", "iPad Air"},
+        {"iPad4,2", "iPad Air"}, {"iPad4,3", "iPad Air"}, {"iPad5,3", "iPad Air 2"},
+        {"iPad5,4", "iPad Air 2"}, {"iPad6,3", "iPad Pro (9.7-inch)"}, {"iPad6,4", "iPad Pro (9.7-inch)"},
+        {"iPad6,7", "iPad Pro (12.9-inch)"}, {"iPad6,8", "iPad Pro (12.9-inch)"},
+        {"iPad6,11", "iPad (5th generation)"}, {"iPad6,12", "iPad (5th generation)"},
+        {"iPad7,1", "iPad Pro (12.9-inch, 2nd generation)"}, {"iPad7,2", "iPad Pro (12.9-inch, 2nd generation)"},
+        {"iPad7,3", "iPad Pro (10.5-inch)"}, {"iPad7,4", "iPad Pro (10.5-inch)"},
+        {"iPad7,5", "iPad (6th generation)"}, {"iPad7,6", "iPad (6th generation)"},
+        {"i386", "Simulator"}, {"x86_64", "Simulator"},
+        {"iPhone13,2", "iPhone13,2"}, {"iphone1,1", "iphone1,1"}, {"iPhone1,1 ", "iPhone1,1 "}, {"", ""},
+    };
+    for (const auto& [id, name] : cases) {
+        fake->machine = id;
+        EXPECT_EQ(QVDeviceInfo::deviceTypeDetail(), name) << id;
+        EXPECT_EQ(QVDeviceInfo::cpuArchitectures(), id) << "always the raw identifier";
+    }
+}
+
+TEST_F(FakeDevice, IPhoneXByIdentifierOnDevicesAndByBoundsOnSimulators) {
+    struct Case {
+        const char* machine;
+        quov::Size bounds;
+        bool expected;
+    } cases[] = {
+        {"iPhone10,3", {1, 1}, true},      {"iPhone10,6", {1, 1}, true},
+        {"iPhone11,2", {375, 812}, false},  // a device: bounds are not looked at
+        {"x86_64", {375, 812}, true},       {"i386", {812, 375}, true},
+        {"x86_64", {375.5, 812}, false},    {"aarch64", {375, 812}, false},
+    };
+    for (const auto& c : cases) {
+        fake->machine = c.machine;
+        fake->bounds = c.bounds;
+        EXPECT_EQ(QVDeviceInfo::iPhoneX(), c.expected) << c.machine << " " << c.bounds.width;
+    }
+}
+
+TEST_F(FakeDevice, DisplayMetricsFollowIdiomAndScaleOnly) {
+    struct Case {
+        std::optional<int> idiom;
+        bool displayLink;
+        double scale;
+        const char* machine;
+        quov::Size mode;
+        const char* expected;
+    } cases[] = {
+        // Tablets (any idiom but phone): the scale-2.0 one gets the smaller text.
+        {1, true, 2.0, "iPad7,5", {1536, 2048}, "1024*768"},
+        {1, true, 1.0, "iPad2,1", {1, 1}, "2048*1536"},
+        {1, true, 3.0, "iPad7,5", {1, 1}, "2048*1536"},
+        {1, false, 2.0, "iPad7,5", {1, 1}, "2048*1536"},
+        {5, true, 2.0, "x86_64", {1, 1}, "1024*768"},
+        // Phones, and devices that do not answer the idiom: every candidate is dropped.
+        {0, true, 2.0, "iPhone11,8", {828, 1792}, "960*640"},
+        {0, true, 3.0, "iPhone11,6", {1242, 2688}, "480*320"},
+        {0, true, 3.0, "iPhone10,3", {1125, 2436}, "480*320"},
+        {0, true, 3.0, "iPhone6,1", {640, 1136}, "480*320"},
+        {0, false, 2.0, "iPhone6,1", {1, 1}, "480*320"},
+        {std::nullopt, true, 2.0, "iPad7,5", {1, 1}, "960*640"},
+    };
+    for (const auto& c : cases) {
+        fake->idiom = c.idiom;
+        fake->displayLink = c.displayLink;
+        fake->scale = c.scale;
+        fake->machine = c.machine;
+        fake->currentMode = c.mode;
+        EXPECT_EQ(QVDeviceInfo::getDeviceDisplayMetrics(), c.expected) << c.machine << " @" << c.scale;
+    }
+}
+
+TEST_F(FakeDevice, PhoneMetricsStillWorkOutTheDroppedCandidates) {
+    fake->idiom = 0;
+    QVDeviceInfo::getDeviceDisplayMetrics();
+    // iPhoneX reads the identifier once, then deviceTypeDetail three times.
+    EXPECT_EQ(fake->callCount("machineIdentifier"), 4);
+    EXPECT_EQ(fake->callCount("screenCurrentModeSize"), 1);
+}
+
+// ---- network identity ----
+
+TEST_F(FakeDevice, MacAddressVersionTable) {
+    const std::string hw = "02:0A:FF:00:10:C3", vendor = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
+    const std::string bare = "E621E1F8C36C495A93FC0C247A3E6E5F", zeros = "000000000000";
+    struct Case {
+        const char* version;
+        bool hasAddress;  // an interface with a readable hardware address
+        std::optional<std::string> vendorId;
+        std::string expected;
+    } cases[] = {
+        {"13", true, vendor, bare},   {"13.7", true, std::nullopt, zeros}, {"13", true, "", zeros},
+        {"6", true, vendor, hw},      {"6.1.0-18-amd64", true, vendor, hw}, {"6", false, vendor, bare},
+        {"6", false, std::nullopt, zeros}, {"5.1", true, vendor, hw},      {"5", false, vendor, zeros},
+        {"rolling", true, vendor, hw},  // no leading number reads as 0
+        {"99999999999", true, vendor, bare},
+    };
+    quov::test::LogCapture log;
+    for (const auto& c : cases) {
+        fake->osVersion = c.version;
+        fake->primaryInterface = c.hasAddress ? std::optional<std::string>("en0") : std::nullopt;
+        fake->hwAddress = quov::platform::HardwareAddress{0x02, 0x0a, 0xff, 0x00, 0x10, 0xc3};
+        fake->vendorId = c.vendorId;
+        EXPECT_EQ(QVDeviceInfo::getMacAddress(), c.expected) << "version '" << c.version << "'";
+    }
+    EXPECT_TRUE(log.lines().empty()) << "hardware-address failures stay silent";
+    fake->calls.clear();
+    fake->osVersion = "13";
+    fake->primaryInterface = "en0";
+    QVDeviceInfo::getMacAddress();
+    EXPECT_EQ(fake->callCount("hardwareAddress"), 1) << "read even where the version ignores it";
+}
+
+TEST_F(FakeDevice, IPWalkKeepsTheLastIPv4OfThePrimaryInterface) {
+    using P = FakeDevicePlatform;
+    const quov::platform::InterfaceAddress v6{"en0", 10, 0};
+    struct Case {
+        std::optional<std::string> primary;
+        std::optional<std::vector<quov::platform::InterfaceAddress>> list;
+        std::string address;  // empty: neither operation finds one
+    } cases[] = {
+        {"en0", std::vector{P::ipv4("en0", "10.0.0.5"), P::ipv4("en0", "10.0.0.9")}, "10.0.0.9"},
+        {"en0", std::vector{P::ipv4("en0", "10.0.0.5"), P::ipv4("en1", "10.1.1.1"), v6}, "10.0.0.5"},
+        {"en0", std::vector{v6}, ""},
+        {"en0", std::nullopt, ""},
+        {std::nullopt, std::vector{P::ipv4("en0", "10.0.0.5")}, ""},
+        {"eth0", std::vector{P::ipv4("eth0.1", "10.0.0.5")}, ""},
+    };
+    for (const auto& c : cases) {
+        fake->primaryInterface = c.primary;
+        fake->addresses = c.list;
+        EXPECT_EQ(QVDeviceInfo::getDeviceIPAdress(), c.address.empty() ? kNoIP : c.address);
+        EXPECT_EQ(quov::QVRequestHelper::getIPAddress(), c.address);
+    }
+}
+
+TEST_F(FakeDevice, AdvertisingIdentifierIsPassedThroughAndUUIDsAreFresh) {
+    fake->idfa = "whatever the platform says";
+    EXPECT_EQ(QVDeviceInfo::getIDFA(), "whatever the platform says");
+    const std::string a = QVDeviceInfo::originUUID(), b = QVDeviceInfo::originUUID();
+    EXPECT_NE(a, b);
+    const std::regex upperUuid("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}");
+    EXPECT_TRUE(std::regex_match(a, upperUuid)) << a;
+}
+
+// ---- battery, language, bundle ----
+
+TEST_F(FakeDevice, BatteryLevelContract) {
+    struct Case {
+        int state;
+        std::optional<std::int32_t> capacity;
+        double expected;
+    } cases[] = {{0, 57, 57.0}, {1, 100, 100.0}, {0, 1, 1.0},          {0, 0, 0.0},         {0, 101, 0.0},
+                 {0, -5, 0.0},  {2, 57, 0.0},    {3, 57, 0.0},         {0, std::nullopt, 0.0}};
+    for (const auto& c : cases) {
+        fake->appState = c.state;
+        fake->capacity = c.capacity;
+        fake->calls.clear();
+        EXPECT_EQ(QVDeviceInfo::getBatteryLevel(), c.expected) << "state " << c.state;
+        if (c.state >= 2) {
+            EXPECT_EQ(fake->callCount("batteryCapacity"), 0) << "the background never reads the battery";
+        }
+    }
+    const std::pair<int, std::optional<std::string>> states[] = {
+        {0, "UnKnow"}, {1, "Unplugged"}, {2, "Charging"}, {3, "Full"}, {4, std::nullopt}};
+    for (const auto& [state, text] : states) {
+        fake->battery = state;
+        EXPECT_EQ(QVDeviceInfo::getBatteryState(), text) << state;
+    }
+}
+
+TEST_F(FakeDevice, LanguageAndBundleOperations) {
+    fake->languages = {"zh-Hans-CN", "en"};
+    EXPECT_EQ(QVDeviceInfo::getDeviceLanguage(), "zh-Hans-CN");
+    fake->languages = {};
+    EXPECT_THROW(QVDeviceInfo::getDeviceLanguage(), std::out_of_range);
+
+    fake->bundle = {{"CFBundleIdentifier", ""}};
+    EXPECT_EQ(QVDeviceInfo::getLocalAppVersion(), std::nullopt);
+    EXPECT_EQ(QVDeviceInfo::getBundleID(), std::optional<std::string>("")) << "present but empty is a value";
+    EXPECT_THROW(QVDeviceInfo::getApplicationName(), std::invalid_argument);
+
+    using Map = std::map<std::string, std::string>;
+    const std::pair<Map, Map> versionInfo[] = {
+        {{{"CFBundleVersion", "42"}}, {}},
+        {{{"CFBundleDisplayName", "My Game"}}, {{"VersionName", "My Game"}}},
+        {{{"CFBundleDisplayName", "My Game"}, {"CFBundleVersion", "42"}},
+         {{"VersionName", "My Game"}, {"VersionCode", "42"}, {"VersionType", ""}, {"VersionSource", ""}}},
+    };
+    for (const auto& [bundle, expected] : versionInfo) {
+        fake->bundle = bundle;
+        EXPECT_EQ(QVDeviceInfo::appVersionInfo(), expected);
+    }
+}
+
+// ---- the record ----
+
+TEST_F(FakeDevice, RecordHasTheSixteenKeysInOrderWithTheirTypes) {
+    fake->machine = "x86_64";
+    fake->addresses = std::vector{FakeDevicePlatform::ipv4("en0", "10.0.0.9")};
+    DeviceInfoRecord r = QVDeviceInfo::deviceInfo();
+    EXPECT_EQ(r.keys(), (std::vector<std::string>{"IDFA", "DeviceOs", "DeviceOsVersion", "DeviceType", "Langauge",
+                                                  "DeviceMac", "DeviceModel", "DeviceModelDetail", "DeviceMetrics",
+                                                  "CPUArchitecture", "BundleID", "AppVersion", "AppName", "IP",
+                                                  "BatteryLevel", "BatteryState"}));
+    for (const auto& [key, value] : r.entries())
+        EXPECT_EQ(std::holds_alternative<double>(value), key == "BatteryLevel") << key;
+    EXPECT_EQ(r.number("BatteryLevel"), 80.0);
+    EXPECT_EQ(r.text("DeviceType"), std::optional<std::string>("Simulator"));
+    EXPECT_EQ(r.text("DeviceModelDetail"), r.text("DeviceType"));
+    EXPECT_EQ(r.text("CPUArchitecture"), std::optional<std::string>("x86_64"));
+    EXPECT_EQ(r.text("DeviceMac"), std::optional<std::string>("E621E1F8C36C495A93FC0C247A3E6E5F"));
+    EXPECT_EQ(r.text("IP"), std::optional<std::string>("10.0.0.9"));
+
+    fake->addresses = std::nullopt;  // a fresh record sees the change
+    fake->capacity = 33;
+    DeviceInfoRecord second = QVDeviceInfo::deviceInfo();
+    EXPECT_EQ(second.text("IP"), std::optional<std::string>(kNoIP));
+    EXPECT_EQ(second.number("BatteryLevel"), 33.0);
+}
+
+TEST_F(FakeDevice, RecordFailsWholeOnAnAbsentValue) {
+    const std::pair<std::function<void(FakeDevicePlatform&)>, std::vector<std::string>> cases[] = {
+        {[](auto& f) { f.bundle.erase("CFBundleShortVersionString"); }, {"AppVersion", "CFBundleShortVersionString"}},
+        {[](auto& f) { f.bundle.erase("CFBundleIdentifier"); }, {"BundleID", "CFBundleIdentifier"}},
+        {[](auto& f) { f.bundle.erase("CFBundleName"); }, {"CFBundleName"}},
+        {[](auto& f) { f.battery = 9; }, {"BatteryState"}},
+    };
+    for (const auto& [breakIt, mentions] : cases) {
+        auto broken = std::make_shared<FakeDevicePlatform>();
+        breakIt(*broken);
+        ScopedDevicePlatform inner(broken);
+        try {
+            QVDeviceInfo::deviceInfo();
+            ADD_FAILURE() << "no exception for " << mentions[0];
+        } catch (const std::invalid_argument& e) {
+            for (const auto& m : mentions) EXPECT_NE(std::string(e.what()).find(m), std::string::npos) << e.what();
+        }
+    }
+    fake->languages.clear();
+    EXPECT_THROW(QVDeviceInfo::deviceInfo(), std::out_of_range);
+}
+
+TEST(DeviceInfoRecord, InsertKeepsOrderReplacesInPlaceAndRefusesAbsentValues) {
+    DeviceInfoRecord r;
+    r.insert("a", std::optional<std::string>("1"));
+    r.insert("b", std::optional<double>(2.5));
+    r.insert("a", std::optional<double>(3.0));
+    EXPECT_EQ(r.keys(), (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(r.number("a"), 3.0);
+    EXPECT_EQ(r.text("a"), std::nullopt) << "a number is not a text";
+    EXPECT_THROW(r.insert("n", std::optional<double>()), std::invalid_argument);
+    EXPECT_THROW(r.insert("a", std::optional<std::string>()), std::invalid_argument);
+    EXPECT_EQ(r.size(), 2u) << "a failed insertion leaves the record as it was";
+}
+
+TEST(DeviceInfoRecord, DescribeIsOneParseableLineWhateverTheValues) {
+    DeviceInfoRecord r;
+    r.insert("Z", std::optional<std::string>("line\nbreak \"quoted\""));
+    r.insert("A", std::optional<std::string>(std::string("bad \xff utf8")));
+    r.insert("BatteryLevel", std::optional<double>(80.0));
+    const std::string line = r.describe();
+    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
+    auto parsed = nlohmann::ordered_json::parse(line);
+    EXPECT_EQ(parsed.begin().key(), "Z") << "insertion order, not sorted";
+    EXPECT_EQ(parsed["Z"], "line\nbreak \"quoted\"");
+    EXPECT_TRUE(parsed["BatteryLevel"].is_number_float());
+}

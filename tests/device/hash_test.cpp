@@ -1,0 +1,62 @@
+#include <quov/QVDeviceInfo.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+namespace fs = std::filesystem;
+using quov::QVDeviceInfo;
+
+namespace {
+
+const char* const kEmptyMD5 = "d41d8cd98f00b204e9800998ecf8427e";
+
+fs::path writeTemp(const std::string& content) {
+    std::string tmpl = (fs::temp_directory_path() / "quov-md5-XXXXXX").string();
+    int fd = ::mkstemp(tmpl.data());
+    if (fd < 0) throw std::runtime_error("mkstemp");
+    ::close(fd);
+    std::ofstream(tmpl, std::ios::binary) << content;
+    return tmpl;
+}
+
+}  // namespace
+
+TEST(Hash, DataMD5KnownDigests) {
+    const std::pair<std::optional<std::string>, std::string> cases[] = {
+        {std::string(""), kEmptyMD5},
+        {std::nullopt, ""},
+        {std::string("abc"), "900150983cd24fb0d6963f7d28e17f72"},
+        {std::string("ab\0cd", 5), "187ef4436122d1cc2f40dc2b92f0eba0"},  // stops at the zero byte: "ab"
+        {std::string("\xc3\xa9"), "66ddcd97cfdeabb2f6fb8a999b4bc76f"},  // é as UTF-8
+    };
+    for (const auto& [text, digest] : cases) EXPECT_EQ(QVDeviceInfo::dataMD5(text), digest);
+}
+
+TEST(Hash, FileMD5ReadsEveryChunk) {
+    // 1023, 1024 and 1025 bytes straddle the chunk edge; 5000 spans several chunks.
+    for (std::size_t size : {0u, 1u, 1023u, 1024u, 1025u, 5000u}) {
+        std::string bytes;
+        for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>('a' + i % 26);
+        fs::path p = writeTemp(bytes);
+        const std::string digest = QVDeviceInfo::fileMD5(p.string());
+        EXPECT_EQ(digest, QVDeviceInfo::dataMD5(bytes)) << size;
+        EXPECT_EQ(digest.size(), 32u);
+        EXPECT_EQ(digest.find_first_not_of("0123456789abcdef"), std::string::npos);
+        fs::remove(p);
+    }
+}
+
+TEST(Hash, FileMD5OfWhatCannotBeReadIsEmpty) {
+    EXPECT_EQ(QVDeviceInfo::fileMD5("/nonexistent/quov/file"), "");
+    EXPECT_EQ(QVDeviceInfo::fileMD5(""), "");
+    EXPECT_EQ(QVDeviceInfo::fileMD5(fs::temp_directory_path().string()), "") << "a directory";
+}
+
+TEST(Hash, FileMD5ReadFailureAfterOpeningThrows) {
+    // Opens fine, but reading address zero of our own memory fails.
+    EXPECT_THROW(QVDeviceInfo::fileMD5("/proc/self/mem"), std::system_error);
+}

@@ -1,0 +1,277 @@
+// The Linux platform against temporary file trees, and once against this machine.
+#include <quov/QVDeviceInfo.h>
+#include <quov/QuovHost.h>
+
+#include "platform/linux_device.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/utsname.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+
+namespace fs = std::filesystem;
+using quov::platform::LinuxDevicePlatform;
+
+namespace {
+
+// A scratch root holding only the files a case writes, and a locale environment.
+struct Tree {
+    using Files = std::map<std::string, std::string>;
+    fs::path dir;
+    Files environment;
+
+    explicit Tree(const Files& files = {}) {
+        std::string tmpl = (fs::temp_directory_path() / "quov-device-XXXXXX").string();
+        if (!::mkdtemp(tmpl.data())) throw std::runtime_error("mkdtemp");
+        dir = tmpl;
+        for (const auto& [path, content] : files) write(path, content);
+    }
+    ~Tree() { fs::remove_all(dir); }
+    void write(const std::string& absolute, const std::string& content) const {
+        fs::path p = dir / absolute.substr(1);
+        fs::create_directories(p.parent_path());
+        std::ofstream(p, std::ios::binary) << content;
+    }
+    LinuxDevicePlatform platform() const {
+        return LinuxDevicePlatform({dir.string(), [env = environment](const std::string& name) {
+                                        auto it = env.find(name);
+                                        return it == env.end() ? std::nullopt : std::optional(it->second);
+                                    }});
+    }
+};
+using Files = Tree::Files;
+
+const std::string kRouteHeader =
+    "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n";
+
+std::string route(const char* iface, const char* dest, unsigned flags, int metric, const char* mask) {
+    char line[160];
+    std::snprintf(line, sizeof line, "%s\t%s\t0100A8C0\t%04X\t0\t0\t%d\t%s\t0\t0\t0\n", iface, dest, flags, metric,
+                  mask);
+    return line;
+}
+
+std::string kernelRelease() {
+    struct utsname u {};
+    ::uname(&u);
+    return u.release;
+}
+
+}  // namespace
+
+TEST(LinuxDevice, SystemVersionFromOsReleaseElseTheKernel) {
+    const std::pair<Files, std::string> cases[] = {
+        {{{"/etc/os-release", "NAME=Debian\nVERSION_ID=12\n"}}, "12"},
+        {{{"/etc/os-release", "# VERSION_ID=9\n VERSION_ID=\"22.04\"\nID=ubuntu"}}, "22.04"},
+        {{{"/etc/os-release", "VERSION_ID='3.18'\nVERSION_ID=\"1\\\"x\n"}}, "1\"x"},  // last wins, escape, no end quote
+        {{{"/usr/lib/os-release", "VERSION_ID=39\n"}}, "39"},
+        {{{"/etc/os-release", "BUILD_ID=rolling\n"}, {"/proc/sys/kernel/osrelease", "6.9.1-arch1\n"}}, "6.9.1-arch1"},
+        {{{"/etc/os-release", "VERSION_ID=\"\"\n"}, {"/proc/sys/kernel/osrelease", "5.10.0"}}, "5.10.0"},
+        {{{"/etc/os-release", std::string("\0\xff=VERSION_ID\n==\n", 15)}, {"/proc/sys/kernel/osrelease", "6.1"}},
+         "6.1"},
+        {{}, kernelRelease()},
+    };
+    for (const auto& [files, expected] : cases) {
+        EXPECT_EQ(Tree(files).platform().systemVersion(), expected);
+    }
+}
+
+TEST(LinuxDevice, ChassisGivesModelWordAndIdiom) {
+    struct Case {
+        Files files;
+        std::string model;
+        std::optional<int> idiom;
+    } cases[] = {
+        {{{"/etc/machine-info", "PRETTY_HOSTNAME=x\nCHASSIS=handset\n"}}, "Handset", 0},
+        {{{"/sys/firmware/devicetree/base/chassis-type", std::string("tablet\0", 7)}}, "Tablet", 1},
+        {{{"/sys/class/dmi/id/chassis_type", "9\n"}}, "Laptop", 5},
+        {{{"/sys/class/dmi/id/chassis_type", "2\n"}}, "Computer", std::nullopt},
+        {{{"/etc/machine-info", "CHASSIS=spaceship\n"}, {"/sys/class/dmi/id/chassis_type", "17"}}, "Server", 5},
+        {{}, "Computer", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        Tree t(c.files);
+        auto p = t.platform();
+        EXPECT_EQ(p.model(), c.model);
+        EXPECT_EQ(p.userInterfaceIdiom(), c.idiom) << c.model;
+    }
+}
+
+TEST(LinuxDevice, VendorIdentifierIsDerivedPerAppAndNeverTheMachineId) {
+    const std::string machineId = "3d1219c7c4c5404aaa1f6d2a48adfda4";
+    auto vendorId = [](const std::string& file, const std::string& content, const char* bundleId) {
+        Tree t(Files{{file, content}});
+        auto p = t.platform();
+        p.setBundleInfo({{"CFBundleIdentifier", bundleId}});
+        return p.identifierForVendor();
+    };
+    auto one = vendorId("/etc/machine-id", machineId + "\n", "com.example.one");
+    ASSERT_TRUE(one);
+    EXPECT_TRUE(std::regex_match(*one, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}")))
+        << *one;
+    EXPECT_EQ(std::regex_replace(*one, std::regex("-"), "").find("3D1219C7"), std::string::npos);
+    EXPECT_NE(vendorId("/etc/machine-id", machineId, "com.example.two"), one) << "differs per bundle identifier";
+    EXPECT_EQ(vendorId("/etc/machine-id", "3D1219C7C4C5404AAA1F6D2A48ADFDA4", "com.example.one"), one);
+    EXPECT_EQ(vendorId("/var/lib/dbus/machine-id", machineId, "com.example.one"), one) << "the D-Bus copy serves";
+    for (const std::string& bad : std::vector<std::string>{"", "uninitialized\n", "3d1219c7c4c5404a", machineId + "00",
+                                                          "zz1219c7c4c5404aaa1f6d2a48adfda4", std::string(32, '0')})
+        EXPECT_EQ(vendorId("/etc/machine-id", bad, "com.example.one"), std::nullopt) << "'" << bad << "'";
+}
+
+TEST(LinuxDevice, PrimaryInterfaceAndReachabilityFromTheRoutingTable) {
+    using quov::platform::kIsCellular;
+    using quov::platform::kReachable;
+    struct Case {
+        std::string table;
+        Files extra;
+        std::optional<std::string> primary;
+        std::optional<std::uint32_t> flags;
+    } cases[] = {
+        {route("wlan0", "00000000", 3, 600, "00000000") + route("eth0", "00000000", 3, 100, "00000000"), {}, "eth0",
+         kReachable},
+        {route("eth0", "00000000", 2, 0, "00000000") + route("wlan0", "00000000", 3, 600, "00000000"), {}, "wlan0",
+         kReachable},  // a route that is not up does not count
+        {route("eth0", "0000A8C0", 1, 0, "00FFFFFF"), {}, std::nullopt, 0u},
+        {route("wwan0", "00000000", 3, 0, "00000000"), {}, "wwan0", kReachable | kIsCellular},
+        {route("usb0", "00000000", 3, 0, "00000000"), {{"/sys/class/net/usb0/uevent", "DEVTYPE=wwan\n"}}, "usb0",
+         kReachable | kIsCellular},
+        {"garbage\n\n\tonly\ttwo\neth0\tZZZZZZZZ\t0\t3\t0\t0\t0\t00000000\n" +
+             route("tun0", "00000000", 1, 0, "000000FF") + route("eth1", "00000000", 3, 5, "00000000"),
+         {}, "eth1", kReachable},
+        {route("..", "00000000", 3, 0, "00000000"), {}, std::nullopt, kReachable},
+    };
+    for (const auto& c : cases) {
+        Tree t(c.extra);
+        t.write("/proc/net/route", kRouteHeader + c.table);
+        auto p = t.platform();
+        EXPECT_EQ(p.primaryInterfaceName(), c.primary) << c.table;
+        EXPECT_EQ(p.reachabilityFlags("bid.example.com"), c.flags) << c.table;
+    }
+    // 192.168.1.0/24 on a modem, default over ethernet.
+    Tree t(Files{{"/proc/net/route", kRouteHeader + route("eth0", "00000000", 3, 100, "00000000") +
+                                    route("wwan0", "0001A8C0", 1, 0, "00FFFFFF")}});
+    EXPECT_EQ(t.platform().reachabilityFlags("192.168.1.20"), kReachable | kIsCellular);
+    EXPECT_EQ(t.platform().reachabilityFlags("8.8.8.8"), kReachable);
+
+    Tree none;
+    EXPECT_EQ(none.platform().primaryInterfaceName(), std::nullopt);
+    EXPECT_EQ(none.platform().reachabilityFlags("8.8.8.8"), std::nullopt) << "unreadable table: no flags";
+    EXPECT_EQ(none.platform().reachabilityFlags("127.0.0.1"), kReachable) << "loopback needs no table";
+}
+
+TEST(LinuxDevice, HardwareAddressFromSysfs) {
+    const std::pair<const char*, std::optional<quov::platform::HardwareAddress>> cases[] = {
+        {"02:fc:00:00:00:01\n", quov::platform::HardwareAddress{0x02, 0xfc, 0, 0, 0, 1}},
+        {"AA:BB:CC:DD:EE:FF", quov::platform::HardwareAddress{0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff}},
+        {"", std::nullopt},
+        {"02-fc-00-00-00-01", std::nullopt},
+        {"00:00:00:00:00:00:00:00:00:00", std::nullopt},  // an infiniband-length address
+    };
+    for (const auto& [content, expected] : cases) {
+        Tree t(Files{{"/sys/class/net/eth0/address", content}, {"/etc/address", "02:fc:00:00:00:01"}});
+        EXPECT_EQ(t.platform().hardwareAddress("eth0"), expected) << "'" << content << "'";
+        EXPECT_EQ(t.platform().hardwareAddress("../../../etc"), std::nullopt) << "no walking out of sysfs";
+    }
+}
+
+TEST(LinuxDevice, PreferredLanguagesFromTheLocaleEnvironment) {
+    using Env = std::map<std::string, std::string>;
+    const std::pair<Env, std::vector<std::string>> cases[] = {
+        {{{"LANG", "en_US.UTF-8"}}, {"en-US"}},
+        {{{"LANG", "de_DE@euro"}}, {"de-DE"}},
+        {{{"LANG", "pt_br.utf8"}}, {"pt-BR"}},
+        {{{"LANG", "es_419"}}, {"es-419"}},
+        {{{"LC_ALL", ""}, {"LC_MESSAGES", "ko_KR"}, {"LANG", "en_US"}}, {"ko-KR"}},
+        {{{"LANGUAGE", "fr_CA:fr::zz_!!"}, {"LANG", "fr_CA.UTF-8"}}, {"fr-CA", "fr"}},
+        {{{"LANG", "C.UTF-8"}}, {"en"}},
+        {{{"LC_ALL", "POSIX"}}, {"en"}},
+        {{}, {"en"}},
+        {{{"LANG", "garbage value!"}}, {"en"}},
+    };
+    for (const auto& [env, expected] : cases) {
+        Tree t;
+        t.environment = env;
+        EXPECT_EQ(t.platform().preferredLanguages(), expected) << (env.empty() ? "(none)" : env.rbegin()->second);
+    }
+}
+
+TEST(LinuxDevice, BatteryFromPowerSupplies) {
+    struct Case {
+        std::vector<std::vector<std::string>> supplies;  // name, type, capacity, status, scope
+        std::optional<std::int32_t> capacity;
+        int state;
+    } cases[] = {
+        {{}, std::nullopt, 0},
+        {{{"AC", "Mains", "", "", ""}}, std::nullopt, 0},
+        {{{"AC", "Mains", "", "", ""}, {"BAT0", "Battery", "57\n", "Discharging\n", ""}}, 57, 1},
+        {{{"BAT0", "Battery", "80", "Not charging", ""}}, 80, 1},
+        {{{"BAT0", "Battery", "abc", "Charging", ""}}, std::nullopt, 2},
+        {{{"BAT0", "Battery", "99999999999", "Unknown", ""}}, std::nullopt, 0},
+        {{{"hid_battery", "Battery", "5", "Discharging", "Device"}, {"BAT1", "Battery", "150", "Full", ""}}, 150, 3},
+    };
+    for (const auto& c : cases) {
+        Tree t;
+        t.write("/sys/class/power_supply/.keep", "");
+        for (const auto& s : c.supplies) {
+            const std::string base = "/sys/class/power_supply/" + s[0] + "/";
+            const char* files[] = {"type", "capacity", "status", "scope"};
+            for (int i = 0; i < 4; ++i)
+                if (!s[i + 1].empty()) t.write(base + files[i], s[i + 1]);
+        }
+        auto p = t.platform();
+        EXPECT_EQ(p.batteryCapacity(), c.capacity) << c.supplies.size();
+        EXPECT_EQ(p.batteryState(), c.state) << c.supplies.size();
+    }
+}
+
+TEST(LinuxDevice, HostAndToolkitAnswers) {
+    Tree t;
+    auto p = t.platform();
+    p.setAdvertisingIdentifier(std::nullopt, true);
+    EXPECT_FALSE(p.advertisingTrackingEnabled()) << "no identifier, no tracking";
+
+    auto bundle = p.bundleInfo();
+    EXPECT_FALSE(bundle["CFBundleName"].empty()) << "the executable's name by default";
+    EXPECT_EQ(bundle.count("CFBundleShortVersionString"), 0u) << "no invented version";
+    p.setBundleInfo({{"CFBundleName", "Host"}});
+    EXPECT_EQ(p.bundleInfo()["CFBundleName"], "Host");
+    EXPECT_EQ(p.bundleInfo()["CFBundleExecutable"], bundle["CFBundleExecutable"]) << "defaults stay underneath";
+
+    p.setMainScreen({{390, 844}, 3.0, std::nullopt});
+    EXPECT_EQ(p.screenCurrentModeSize(), (quov::Size{1170, 2532})) << "bounds times scale when not given";
+    p.setScreenProvider([] { return quov::MainScreen{{800, 600}, 2.0, quov::Size{1, 2}}; });
+    EXPECT_EQ(p.screenScale(), 2.0) << "the toolkit's screen wins";
+    p.setApplicationState(quov::ApplicationState::Background);
+    p.setApplicationStateProvider([] { return quov::ApplicationState::Inactive; });
+    EXPECT_EQ(p.applicationState(), 1);
+}
+
+TEST(LinuxDevice, RecordBuildsOnThisMachine) {
+    // The process's platform, with the bundle the test binary set as its host.
+    auto r = quov::QVDeviceInfo::deviceInfo();
+    ASSERT_EQ(r.size(), 16u);
+    for (const auto& [key, value] : r.entries()) {
+        EXPECT_EQ(std::holds_alternative<double>(value), key == "BatteryLevel") << key;
+        if (auto* s = std::get_if<std::string>(&value)) {
+            EXPECT_FALSE(s->empty()) << key;
+        }
+    }
+    EXPECT_EQ(r.text("DeviceOs"), std::optional<std::string>("Linux"));
+    double level = *r.number("BatteryLevel");
+    EXPECT_TRUE(level == 0.0 || (level >= 1.0 && level <= 100.0 && level == static_cast<int>(level))) << level;
+    EXPECT_TRUE(std::regex_match(*r.text("DeviceMac"),
+                                 std::regex("[0-9A-F]{32}|000000000000|([0-9A-F]{2}:){5}[0-9A-F]{2}")));
+
+    LinuxDevicePlatform p;
+    p.setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
+    auto one = p.identifierForVendor();
+    if (!one) GTEST_SKIP() << "this machine has no readable machine id";
+    EXPECT_EQ(p.identifierForVendor(), one) << "stable across calls";
+    p.setBundleInfo({{"CFBundleIdentifier", "com.example.two"}});
+    EXPECT_NE(p.identifierForVendor(), one);
+}

@@ -1,0 +1,125 @@
+#include "platform/ImageDecoder.h"
+
+#include "support/TestImages.h"
+
+#include <gtest/gtest.h>
+
+#include <SDL.h>
+
+#include <atomic>
+
+using quov::platform::decodeImage;
+using quov::platform::ImageLimits;
+namespace t = quov::test;
+
+namespace {
+
+std::uint32_t quadrants(int x, int y) {
+    static const std::uint32_t colours[] = {0xff0000ff, 0x00ff00ff, 0x0000ffff, 0xffffff80};
+    return colours[(y > 0 ? 2 : 0) + (x > 0 ? 1 : 0)];
+}
+
+TEST(ImageDecoder, DecodesEachFormatToRgbaRowsTopDown) {
+    struct Case {
+        const char* name;
+        std::string bytes;
+        int width, height;
+        std::vector<int> rgba;  // expected bytes, -1 for any; empty: not checked
+    };
+    const Case cases[] = {
+        {"png", t::encodePNG(2, 2, quadrants), 2, 2,
+         {255, 0, 0, 255, 0, 255, 0, 255, 0, 0, 255, 255, 255, 255, 255, 128}},
+        {"gif, transparent index", t::twoPixelGIF(), 2, 1, {255, 0, 0, 255, -1, -1, -1, 0}},
+        {"jpeg", t::encodeJPEG(16, 8, quadrants), 16, 8, {}},
+        {"webp", t::onePixelWebP(), 1, 1, {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto image = decodeImage(c.bytes);
+        ASSERT_TRUE(image);
+        EXPECT_EQ(image->width, c.width);
+        EXPECT_EQ(image->height, c.height);
+        ASSERT_EQ(image->rgba.size(), static_cast<std::size_t>(c.width * c.height * 4));
+        for (std::size_t i = 0; i < c.rgba.size(); ++i)
+            if (c.rgba[i] >= 0) { EXPECT_EQ(image->rgba[i], c.rgba[i]) << "byte " << i; }
+    }
+}
+
+TEST(ImageDecoder, RefusesBrokenAndOversizedImages) {
+    const std::string png20 = t::encodePNG(20, 20, quadrants);
+    std::string scrambled = png20;
+    for (std::size_t i = 60; i < scrambled.size() - 20; ++i) scrambled[i] ^= 0x5a;
+    std::string bigFrameGIF = t::twoPixelGIF();  // a 65535x65535 frame on a 2x1 screen
+    bigFrameGIF.replace(32, 4, "\xff\xff\xff\xff");
+
+    ImageLimits pixels399, side19, bytesLess;
+    pixels399.maxPixels = 399, side19.maxSide = 19, bytesLess.maxBytes = png20.size() - 1;
+    const struct {
+        const char* name;
+        std::string bytes;
+        ImageLimits limits;
+    } cases[] = {
+        {"png claiming 100000x100000", t::withPNGSize(png20, 100000, 100000), {}},
+        {"png claiming 20000x1", t::withPNGSize(png20, 20000, 1), {}},
+        {"jpeg claiming 65000x65000", t::withJPEGSize(t::encodeJPEG(8, 8, quadrants), 65000, 65000), {}},
+        {"gif frame larger than its screen", bigFrameGIF, {}},
+        {"over the pixel cap", png20, pixels399},
+        {"over the side cap", png20, side19},
+        {"over the byte cap", png20, bytesLess},
+        {"png of zero width", t::withPNGSize(png20, 0, 20), {}},
+        {"png cut in half", png20.substr(0, png20.size() / 2), {}},
+        {"png with scrambled data", scrambled, {}},
+        {"jpeg cut before its scan", t::encodeJPEG(8, 8, quadrants).substr(0, 200), {}},
+        {"jpeg without a frame", std::string("\xff\xd8\xff\xda\x00\x02", 6), {}},
+        {"bmp, which we never decode", "BM" + std::string(60, '\0'), {}},
+        {"empty", "", {}},
+    };
+    for (const auto& c : cases) EXPECT_FALSE(decodeImage(c.bytes, c.limits)) << c.name;
+
+    ImageLimits exact;  // right at every cap is still fine
+    exact.maxPixels = 400, exact.maxSide = 20, exact.maxBytes = png20.size();
+    EXPECT_TRUE(decodeImage(png20, exact));
+}
+
+// The largest block SDL is asked for, through SDL's own allocator hooks; the
+// originals still do the work, so blocks may cross the swap.
+class LargestSDLAllocation {
+public:
+    LargestSDLAllocation() {
+        SDL_GetMemoryFunctions(&malloc_, &calloc_, &realloc_, &free_);
+        largest_ = 0;
+        SDL_SetMemoryFunctions(
+            [](size_t n) { return note(n), malloc_(n); },
+            [](size_t k, size_t n) { return note(k * n), calloc_(k, n); },
+            [](void* p, size_t n) { return note(n), realloc_(p, n); }, [](void* p) { free_(p); });
+    }
+    ~LargestSDLAllocation() { SDL_SetMemoryFunctions(malloc_, calloc_, realloc_, free_); }
+    std::size_t bytes() const { return largest_; }
+
+private:
+    static void note(std::size_t n) {
+        for (std::size_t seen = largest_; n > seen && !largest_.compare_exchange_weak(seen, n);) {}
+    }
+    static inline SDL_malloc_func malloc_;
+    static inline SDL_calloc_func calloc_;
+    static inline SDL_realloc_func realloc_;
+    static inline SDL_free_func free_;
+    static inline std::atomic<std::size_t> largest_{0};
+};
+
+TEST(ImageDecoder, OversizedHeaderIsRefusedBeforeTheDecoderAllocates) {
+    ImageLimits small;
+    small.maxPixels = 100 * 100;
+    const std::pair<const char*, std::string> cases[] = {
+        {"png", t::withPNGSize(t::encodePNG(8, 8, quadrants), 1000, 1000)},
+        {"jpeg", t::withJPEGSize(t::encodeJPEG(8, 8, quadrants), 1000, 1000)},
+    };
+    for (const auto& [name, bytes] : cases) {
+        LargestSDLAllocation probe;
+        EXPECT_FALSE(decodeImage(bytes, small)) << name;
+        // A decoder trusting the header would have made a 1000x1000 surface (3 MB+).
+        EXPECT_LT(probe.bytes(), 1000000u) << name;
+    }
+}
+
+}  // namespace

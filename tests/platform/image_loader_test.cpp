@@ -1,0 +1,136 @@
+#include "platform/ImageLoader.h"
+
+#include "support/TestImages.h"
+#include "support/TestServer.h"
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+using quov::platform::ImageLoader;
+using quov::platform::ImagePtr;
+using quov::test::Answer;
+using URLs = std::vector<std::optional<std::string>>;
+
+namespace {
+
+std::string pngBytes(int side) {
+    return quov::test::encodePNG(side, side, [](int, int) { return 0x3366ccffu; });
+}
+Answer png(int side) { return Answer{200, "image/png", pngBytes(side)}; }
+
+// Loads every URL before the loop runs; what each caller got, each answered once.
+std::vector<ImagePtr> loadAll(quov::MainLoop& loop, ImageLoader& loader, const URLs& urls) {
+    std::vector<ImagePtr> images(urls.size());
+    std::vector<int> answers(urls.size(), 0);
+    for (std::size_t i = 0; i < urls.size(); ++i)
+        loader.load(urls[i], [&, i](ImagePtr image) { images[i] = std::move(image), ++answers[i]; });
+    EXPECT_EQ(std::count(answers.begin(), answers.end(), 0), std::ssize(urls)) << "answered inline";
+    EXPECT_TRUE(loop.runUntil([&] { return std::count(answers.begin(), answers.end(), 0) == 0; }, 20s));
+    loop.drain();
+    for (std::size_t i = 0; i < urls.size(); ++i)
+        EXPECT_EQ(answers[i], 1) << urls[i].value_or("(null)");
+    return images;
+}
+
+class ImageLoaderTest : public ::testing::Test {
+protected:
+    ImagePtr load(ImageLoader& loader, const std::string& path) {
+        return loadAll(loop_, loader, {server_.url(path)})[0];
+    }
+    quov::MainLoop loop_;
+    quov::test::TestServer server_;
+    quov::platform::HttpClient http_{loop_};
+};
+
+TEST_F(ImageLoaderTest, AnySuccessfulAnswerWithImageBytesGivesAnImage) {
+    const std::vector<std::tuple<const char*, Answer, bool>> cases = {
+        {"/ok", png(4), true},
+        {"/octet-stream", Answer{200, "application/octet-stream", pngBytes(4)}, true},
+        {"/non-authoritative", Answer{203, "", pngBytes(4)}, true},
+        {"/chunked", Answer{200, "image/png", pngBytes(4), 0ms, true}, true},
+        {"/no-content", Answer::empty(204), false},
+        {"/missing", Answer{404, "image/png", pngBytes(4)}, false},
+        {"/error", Answer{500, "image/png", pngBytes(4)}, false},
+        {"/corrupt", Answer{200, "image/png", pngBytes(4).substr(0, 40)}, false},
+        {"/html", Answer{200, "text/html", "<html>gone</html>"}, false},
+        {"/huge-claim", Answer{200, "", quov::test::withPNGSize(pngBytes(4), 100000, 100000)}, false},
+    };
+    URLs urls;
+    for (const auto& [path, answer, ok] : cases) server_.on(path, answer), urls.push_back(server_.url(path));
+    ImageLoader loader(http_, loop_);
+    const auto images = loadAll(loop_, loader, urls);
+    for (std::size_t i = 0; i < cases.size(); ++i)
+        EXPECT_EQ(images[i] != nullptr, std::get<2>(cases[i])) << std::get<0>(cases[i]);
+}
+
+// Without a TestServer: nothing here may reach one.
+TEST(ImageLoader, AbsentMalformedAndUnreachableURLsGiveNull) {
+    const URLs urls = {
+        std::nullopt, "", "not a url", "//127.0.0.1/a.png", "http://", "ftp://127.0.0.1/a.png",
+        "file:///etc/passwd", "data:image/png;base64,iVBORw0KGgo=", "http://127.0.0.1:1/a b.png",
+        "http://127.0.0.1:" + std::to_string(quov::test::TestServer::deadPort()) + "/a.png",
+    };
+    quov::MainLoop loop;
+    quov::platform::HttpClient http(loop);
+    ImageLoader loader(http, loop);
+    for (const auto& image : loadAll(loop, loader, urls)) EXPECT_EQ(image, nullptr);
+}
+
+TEST_F(ImageLoaderTest, ConcurrentLoadsShareOneDownloadAndLaterOnesHitTheCache) {
+    server_.on("/a.png", png(8));
+    server_.on("/b.png", png(6));
+    ImageLoader loader(http_, loop_);
+    const auto a = server_.url("/a.png"), b = server_.url("/b.png");
+    const auto images = loadAll(loop_, loader, {a, b, a, a});
+    ASSERT_TRUE(images[0] && images[1]);
+    EXPECT_EQ(images[0]->width, 8);
+    EXPECT_EQ(images[1]->width, 6);
+    EXPECT_EQ(images[2], images[0]);
+    EXPECT_EQ(images[3], images[0]);
+    EXPECT_EQ(load(loader, "/a.png"), images[0]);
+    EXPECT_EQ(server_.countOn("/a.png"), 1u);
+    EXPECT_EQ(server_.countOn("/b.png"), 1u);
+}
+
+TEST_F(ImageLoaderTest, FailuresAreNotCached) {
+    server_.onSequence("/flaky.png", {Answer::text("busy", 503), png(4)});
+    ImageLoader loader(http_, loop_);
+    EXPECT_EQ(load(loader, "/flaky.png"), nullptr);
+    EXPECT_TRUE(load(loader, "/flaky.png"));
+}
+
+TEST_F(ImageLoaderTest, CacheIsBoundedInBytesAndDropsTheLeastRecentlyUsed) {
+    for (const char* path : {"/a", "/b", "/c"}) server_.on(path, png(10));  // 400 bytes each
+    server_.on("/big", png(15));                                            // 900 bytes
+    ImageLoader loader(http_, loop_, 800);
+    for (const char* path : {"/a", "/b", "/a", "/c", "/a", "/c"}) load(loader, path);
+    EXPECT_EQ(server_.countOn("/a"), 1u) << "a was used after b, so c pushed out b";
+    EXPECT_EQ(server_.countOn("/c"), 1u);
+    load(loader, "/b");
+    EXPECT_EQ(server_.countOn("/b"), 2u);
+
+    // Bigger than the whole cache: delivered every time, kept never, evicting nothing.
+    ASSERT_TRUE(load(loader, "/big") && load(loader, "/big"));
+    EXPECT_EQ(server_.countOn("/big"), 2u);
+    load(loader, "/b");
+    EXPECT_EQ(server_.countOn("/b"), 2u);
+}
+
+TEST_F(ImageLoaderTest, LoaderGoneWithLoadsPendingAnswersNullOnce) {
+    server_.on("/slow.png", Answer{200, "image/png", pngBytes(4), 300ms});
+    int answers = 0;
+    ImagePtr got = std::make_shared<quov::platform::Image>();
+    {
+        ImageLoader loader(http_, loop_);
+        loader.load(server_.url("/slow.png"), [&](ImagePtr image) { ++answers, got = image; });
+    }
+    EXPECT_TRUE(loop_.runUntil([&] { return answers == 1; }, 20s));
+    EXPECT_EQ(got, nullptr);
+    // The download still ends later; its answer finds nobody.
+    EXPECT_TRUE(server_.waitForCount(1, 20s));
+    loop_.runUntil([&] { return http_.inFlight() == 0; }, 20s);
+    loop_.drain();
+    EXPECT_EQ(answers, 1);
+}
+
+}  // namespace

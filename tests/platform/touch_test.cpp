@@ -1,0 +1,200 @@
+#include "platform/Button.h"
+#include "platform/Window.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace quov;
+using namespace quov::platform;
+
+TEST(ViewTree, SubviewOrderOwnershipAndCycles) {
+    auto parent = View::make(), other = View::make();
+    auto a = View::make(), b = View::make();
+    parent->addSubview(a);
+    parent->addSubview(b);
+    parent->addSubview(a);  // re-adding brings it to the front
+    EXPECT_EQ(parent->subviews(), (std::vector<ViewPtr>{b, a}));
+    other->addSubview(a);  // moving takes it out of the old superview
+    EXPECT_EQ(parent->subviews(), (std::vector<ViewPtr>{b}));
+    EXPECT_EQ(a->superview(), other);
+
+    EXPECT_THROW(a->addSubview(a), std::invalid_argument);
+    EXPECT_THROW(a->addSubview(other), std::invalid_argument);
+    EXPECT_THROW(a->addSubview(nullptr), std::invalid_argument);
+
+    std::weak_ptr<View> weakA = a;
+    a->removeFromSuperview();
+    EXPECT_EQ(a->superview(), nullptr);
+    EXPECT_FALSE(weakA.expired()) << "still held by the test";
+    a.reset();
+    EXPECT_TRUE(weakA.expired()) << "the superview was the only other owner";
+}
+
+TEST(HitTest, FrontToBackOverVisibleInteractiveViews) {
+    auto window = Window::make({{0, 0}, {200, 200}});
+    auto back = View::make({{0, 0}, {200, 200}});
+    auto front = View::make({{50, 50}, {100, 100}});
+    auto child = View::make({{10, 10}, {20, 20}});
+    auto overhang = View::make({{90, 90}, {50, 50}});  // sticks out of front
+    window->addSubview(back);
+    window->addSubview(front);
+    front->addSubview(child);
+    front->addSubview(overhang);
+
+    struct Case {
+        const char* name;
+        Point p;
+        ViewPtr expected;
+    };
+    const std::vector<Case> cases = {
+        {"the front view over the back one", {55, 55}, front},
+        {"a subview within its superview", {65, 65}, child},
+        {"outside the front view", {10, 10}, back},
+        {"overhang outside its superview is not hit", {160, 160}, back},
+        {"overhang inside its superview", {145, 145}, overhang},
+        {"outside the window", {250, 10}, nullptr},
+    };
+    for (const auto& c : cases) EXPECT_EQ(window->hitTest(c.p), c.expected) << c.name;
+
+    const std::vector<std::pair<const char*, std::function<void()>>> hideFront = {
+        {"hidden", [&] { front->setHidden(true); }},
+        {"transparent", [&] { front->setAlpha(0.001); }},
+        {"not interactive", [&] { front->setUserInteractionEnabled(false); }},
+    };
+    for (const auto& [name, hide] : hideFront) {
+        hide();
+        EXPECT_EQ(window->hitTest({65, 65}), back) << name;
+        front->setHidden(false);
+        front->setAlpha(1);
+        front->setUserInteractionEnabled(true);
+    }
+}
+
+/// A window with one button, recording every control event it sends.
+struct ButtonRig {
+    std::shared_ptr<Window> window = Window::make({{0, 0}, {300, 300}});
+    std::shared_ptr<Button> button = Button::make({{100, 100}, {50, 40}});
+    std::vector<std::string> events;
+    std::vector<Point> locations;
+    std::shared_ptr<int> target = std::make_shared<int>(0);
+
+    ButtonRig() {
+        window->addSubview(button);
+        const std::pair<ControlEvents, const char*> names[] = {
+            {ControlEventTouchDown, "down"},
+            {ControlEventTouchUpInside, "up-inside"},
+            {ControlEventTouchUpOutside, "up-outside"},
+            {ControlEventTouchCancel, "cancel"}};
+        for (auto [mask, name] : names)
+            button->addTarget(target,
+                              [this, name = std::string(name)](Button& sender, const TouchEvent& e) {
+                                  events.push_back(name);
+                                  locations.push_back(locationInView(e.anyTouchForView(sender), sender));
+                              },
+                              mask);
+    }
+};
+
+TEST(ButtonEvents, DownAndUpSemantics) {
+    struct Step {
+        TouchPhase phase;
+        Point at;
+    };
+    struct Case {
+        const char* name;
+        std::vector<Step> steps;
+        std::vector<std::string> expected;
+    };
+    const auto B = TouchPhase::Began, M = TouchPhase::Moved, E = TouchPhase::Ended,
+               C = TouchPhase::Cancelled;
+    const std::vector<Case> cases = {
+        {"tap", {{B, {110, 110}}, {E, {112, 115}}}, {"down", "up-inside"}},
+        {"down inside, up outside", {{B, {110, 110}}, {E, {10, 10}}}, {"down", "up-outside"}},
+        {"wander out and back", {{B, {110, 110}}, {M, {5, 5}}, {E, {149, 139}}}, {"down", "up-inside"}},
+        {"just past the edge", {{B, {110, 110}}, {E, {150, 120}}}, {"down", "up-outside"}},
+        {"down outside, up inside", {{B, {10, 10}}, {E, {110, 110}}}, {}},
+        {"cancelled", {{B, {110, 110}}, {C, {110, 110}}}, {"down", "cancel"}},
+    };
+    for (const auto& c : cases) {
+        ButtonRig rig;
+        for (const auto& s : c.steps) rig.window->sendTouch(7, s.phase, s.at);
+        EXPECT_EQ(rig.events, c.expected) << c.name;
+        EXPECT_FALSE(rig.button->isTracking()) << c.name;
+    }
+}
+
+TEST(ButtonEvents, LocationsAreInTheSendersOwnSpace) {
+    ButtonRig rig;
+    rig.window->sendTouch(1, TouchPhase::Began, {110, 120});
+    rig.window->sendTouch(1, TouchPhase::Ended, {112, 125});
+    ASSERT_EQ(rig.locations.size(), 2u);
+    EXPECT_EQ(rig.locations[0], (Point{10, 20}));
+    EXPECT_EQ(rig.locations[1], (Point{12, 25}));
+
+    // No touch of the event belongs to the view: the location reads (0, 0).
+    const TouchEvent empty({});
+    EXPECT_EQ(empty.anyTouchForView(*rig.button), nullptr);
+    EXPECT_EQ(locationInView(empty.anyTouchForView(*rig.button), *rig.button), (Point{0, 0}));
+}
+
+TEST(ButtonEvents, OnlyTheFirstTouchOnAButtonIsTracked) {
+    ButtonRig rig;
+    rig.window->sendTouch(1, TouchPhase::Began, {110, 110});
+    rig.window->sendTouch(2, TouchPhase::Began, {120, 120});
+    rig.window->sendTouch(2, TouchPhase::Ended, {120, 120});
+    rig.window->sendTouch(1, TouchPhase::Ended, {111, 111});
+    EXPECT_EQ(rig.events, (std::vector<std::string>{"down", "up-inside"}));
+}
+
+TEST(ButtonEvents, ATargetThatIsGoneIsNotCalled) {
+    ButtonRig rig;
+    rig.target.reset();
+    rig.window->sendTouch(1, TouchPhase::Began, {110, 110});
+    rig.window->sendTouch(1, TouchPhase::Ended, {110, 110});
+    EXPECT_TRUE(rig.events.empty());
+    EXPECT_EQ(rig.button->allControlEvents(), 0u);
+}
+
+/// Owns its button and takes itself off the screen from the button's action,
+/// the way an ad view closes.
+struct SelfRemovingPanel : View {
+    std::shared_ptr<Button> button = Button::make({{0, 0}, {40, 40}});
+    int upInside = 0;
+    void onUp(Button&, const TouchEvent&) {
+        ++upInside;
+        removeFromSuperview();
+    }
+};
+
+TEST(ButtonEvents, AViewThatRemovesItselfInItsActionSurvivesTheCall) {
+    auto window = Window::make({{0, 0}, {100, 100}});
+    auto panel = std::make_shared<SelfRemovingPanel>();
+    panel->setFrame({{10, 10}, {50, 50}});
+    panel->addSubview(panel->button);
+    panel->button->addTarget(panel, &SelfRemovingPanel::onUp, ControlEventTouchUpInside);
+    window->addSubview(panel);
+    std::weak_ptr<SelfRemovingPanel> weak = panel;
+    panel.reset();  // the window is the only owner now
+
+    window->sendTouch(1, TouchPhase::Began, {20, 20});
+    window->sendTouch(1, TouchPhase::Ended, {20, 20});
+    EXPECT_TRUE(window->subviews().empty());
+    EXPECT_TRUE(weak.expired()) << "gone once the action returned";
+}
+
+TEST(ButtonEvents, AButtonThatLeftTheWindowGetsACancelNotAnUp) {
+    ButtonRig rig;
+    rig.window->sendTouch(3, TouchPhase::Began, {110, 110});
+    rig.button->removeFromSuperview();
+    rig.window->sendTouch(3, TouchPhase::Ended, {110, 110});
+    EXPECT_EQ(rig.events, (std::vector<std::string>{"down", "cancel"}));
+
+    // Moves and ends of touches the window never saw are ignored.
+    EXPECT_FALSE(rig.window->sendTouch(99, TouchPhase::Ended, {0, 0}));
+}
+
+}  // namespace

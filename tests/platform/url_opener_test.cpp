@@ -1,0 +1,153 @@
+#include "platform/UrlOpener.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using quov::platform::makeProgramURLOpener;
+using URLs = std::vector<std::optional<std::string>>;
+
+namespace {
+
+std::string slurp(const fs::path& path) {
+    std::stringstream s;
+    s << std::ifstream(path).rdbuf();
+    return s.str();
+}
+
+// A stand-in for xdg-open that records each argument, fails for URLs containing
+// "fail", reports its surroundings on "inspect", and on "hold" runs until released.
+class UrlOpenerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/quov-opener-XXXXXX";
+        ASSERT_NE(::mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+        script_ = (dir_ / "record-open").string();
+        std::ofstream(script_) << "#!/bin/sh\nd='" << dir_.string() << "'\n"
+            "printf '%s\\n' \"$1\" >> \"$d/calls\"\n"
+            "case \"$1\" in\n"
+            "  *fail*) exit 1 ;;\n"
+            "  *inspect*) ls /proc/$$/fd > \"$d/fds\"; pwd > \"$d/cwd\"\n"
+            "             readlink /proc/$$/fd/0 > \"$d/stdin\" ;;\n"
+            "  *hold*) echo $$ > \"$d/held.tmp\"; mv \"$d/held.tmp\" \"$d/held\"\n"
+            "          while [ ! -e \"$d/release\" ]; do sleep 0.02; done ;;\n"
+            "esac\n";
+        ::chmod(script_.c_str(), 0755);
+    }
+    void TearDown() override {
+        std::ofstream(dir_ / "release");  // never leave a held child behind
+        std::error_code ec;
+        fs::remove_all(dir_, ec);
+    }
+
+    // Asks for every URL at once; the answers in asking order.
+    std::vector<bool> openAll(const quov::platform::URLOpener& opener, const URLs& urls) {
+        std::vector<int> answers(urls.size(), -1);
+        std::size_t got = 0;
+        for (std::size_t i = 0; i < urls.size(); ++i)
+            opener(urls[i], [&, i](bool opened) {
+                EXPECT_EQ(answers[i], -1) << "answered twice: " << urls[i].value_or("(null)");
+                answers[i] = opened, ++got;
+            });
+        EXPECT_EQ(got, 0u) << "answers must come through the loop, never inline";
+        EXPECT_TRUE(loop_.runUntil([&] { return got == urls.size(); }, 20s));
+        return std::vector<bool>(answers.begin(), answers.end());
+    }
+
+    quov::MainLoop loop_;
+    fs::path dir_;
+    std::string script_;
+};
+
+TEST_F(UrlOpenerTest, RefusesHostileAndLocalStringsWithoutSpawning) {
+    const URLs hostile = {
+        std::nullopt, "", "-e", "--help", "--new-window=https://example.com",
+        "example.com", "/usr/bin/xterm", "relative/path:thing", ":nothing", "https:",
+        "c:evil",               // a drive letter, not a scheme
+        "1http://example.com", "ht tp://example.com", "https://", "https://:443/x",
+        "https://example.com/a b", "https://example.com/\tb", "https://example.com/\nb",
+        std::string("https://example.com/\0b", 22), "https://example.com/\x1b[31m",
+        "https://example.com/\x7f", "https://ex\xc3\xa4mple.com/",
+        "https://example.com/%zz", "https://example.com/%4", "https://example.com/`id`",
+        "https://example.com/<x>", "https://example.com/?a|b",
+        "file:///etc/passwd", "FILE:///etc/passwd", "file:relative", "javascript:alert(1)",
+        "data:text/html,hi", "about:blank", "view-source:https://example.com",
+        "https://example.com/" + std::string(40000, 'a'),
+    };
+    const auto answers = openAll(makeProgramURLOpener(script_, loop_), hostile);
+    for (std::size_t i = 0; i < hostile.size(); ++i)
+        EXPECT_FALSE(answers[i]) << "opened: " << hostile[i].value_or("(null)");
+    EXPECT_FALSE(fs::exists(dir_ / "calls")) << "spawned for: " << slurp(dir_ / "calls");
+}
+
+TEST_F(UrlOpenerTest, AnswersWhetherTheProgramExitedZeroAndPassesTheURLVerbatim) {
+    const std::vector<std::pair<std::string, bool>> cases = {
+        {"https://example.com/landing?x=1#top", true},
+        {"http://127.0.0.1:9/fail", false},
+        {"myapp://item/42?ref=ad", true},  // an app's own deep link
+        {"myapp://fail", false},
+        {"mailto:someone@example.com", true},
+        {"HTTPS://EXAMPLE.COM/%41", true},
+        {"https://example.com/?a=1&b=$(touch%20pwned);c='d'", true},  // inert: no shell
+    };
+    URLs urls;
+    std::vector<std::string> expected;
+    for (const auto& [url, opened] : cases) urls.push_back(url), expected.push_back(url);
+    const auto answers = openAll(makeProgramURLOpener(script_, loop_), urls);
+    for (std::size_t i = 0; i < cases.size(); ++i)
+        EXPECT_EQ(answers[i], cases[i].second) << cases[i].first;
+
+    std::istringstream in(slurp(dir_ / "calls"));
+    std::vector<std::string> got;
+    for (std::string line; std::getline(in, line);) got.push_back(line);
+    std::sort(got.begin(), got.end());  // the children ran concurrently
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(got, expected);
+    EXPECT_FALSE(fs::exists("/pwned"));
+
+    for (const auto& program : {(dir_ / "no-such-opener").string(), std::string("quov-none")})
+        EXPECT_FALSE(openAll(makeProgramURLOpener(program, loop_), {"https://example.com/"})[0]);
+}
+
+TEST_F(UrlOpenerTest, ChildGetsOnlyStdioWithStdinFromDevNullInRoot) {
+    // A descriptor the host opened without O_CLOEXEC, at a number no shell uses.
+    const int leaked = ::fcntl(STDERR_FILENO, F_DUPFD, 900);
+    ASSERT_GE(leaked, 900);
+    const bool opened = openAll(makeProgramURLOpener(script_, loop_), {"https://e.com/inspect"})[0];
+    ::close(leaked);
+    ASSERT_TRUE(opened);
+    std::istringstream fds(slurp(dir_ / "fds"));
+    std::vector<int> open{std::istream_iterator<int>(fds), std::istream_iterator<int>()};
+    EXPECT_EQ(std::count(open.begin(), open.end(), leaked), 0) << "inherited fd " << leaked;
+    EXPECT_EQ(slurp(dir_ / "cwd"), "/\n");
+    EXPECT_EQ(slurp(dir_ / "stdin"), "/dev/null\n");
+}
+
+TEST_F(UrlOpenerTest, ChildStillRunningAfterPatienceCountsAsOpenedAndIsReapedLater) {
+    const auto opener = makeProgramURLOpener(script_, loop_, 50ms);
+    EXPECT_TRUE(openAll(opener, {"https://example.com/hold"})[0]);
+    ASSERT_TRUE(fs::exists(dir_ / "held")) << "answered before the child even started";
+    const pid_t pid = std::stoi(slurp(dir_ / "held"));
+    EXPECT_EQ(::kill(pid, 0), 0);
+
+    // Once released it exits and is reaped: kill() stops finding it, even as a zombie.
+    std::ofstream(dir_ / "release");
+    bool gone = false;
+    for (int i = 0; i < 2000 && !gone; ++i)
+        if (!(gone = ::kill(pid, 0) != 0 && errno == ESRCH)) ::usleep(10000);
+    EXPECT_TRUE(gone) << "child " << pid << " left as a zombie";
+    EXPECT_FALSE(openAll(opener, {"myapp://fail"})[0]) << "the opener works after going idle";
+}
+
+}  // namespace

@@ -1,0 +1,134 @@
+// One ad from loadAdWithAdId to a click, in process: the sample bid server on
+// loopback, the facade, the HTTP worker, the ad view in the SDK's window, pixels
+// read back from the offscreen renderer, and a click through SDL's input path.
+#include <quov/MainLoop.h>
+#include <quov/QuovAd.h>
+#include <quov/QuovSDL.h>
+
+#include "network/BidServerBase.h"
+#include "platform/Application.h"
+#include "platform/SdlHeadless.h"
+#include "support/RecordingDelegate.h"
+#include "tools/bid_server/BidServer.h"
+#include "view/QVAdView.h"
+
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace quov {
+namespace {
+
+using platform::PixelBuffer;
+
+void mouse(Uint32 type, int x, int y, SDL_Window* window) {
+    SDL_Event e{};
+    e.type = type;
+    e.button.windowID = SDL_GetWindowID(window);
+    e.button.button = SDL_BUTTON_LEFT;
+    e.button.state = type == SDL_MOUSEBUTTONDOWN ? SDL_PRESSED : SDL_RELEASED;
+    e.button.x = x;
+    e.button.y = y;
+    quov::sdl::processEvent(e);
+}
+
+int brightness(PixelBuffer::Pixel p) { return (p.r + p.g + p.b) / 3; }
+
+TEST(AdFlowEndToEnd, LoadShowRenderClickAndReport) {
+    tools::BidServerOptions options;
+    options.creative = tools::CreativeChoice::Landscape;  // a box lower than it is wide
+    tools::BidServer server(options);
+    server.start();
+    network::setBidServerBaseOverride(server.baseUrl());
+
+    constexpr int kScale = 2;
+    platform::HeadlessDisplay display(375 * kScale, 812 * kScale);
+    quov::sdl::setUIScale(kScale);
+    quov::sdl::attachWindow(display.window());
+    auto& app = platform::Application::shared();
+    ASSERT_EQ(app.mainScreen().bounds().size, (Size{375, 812}));
+    std::vector<std::optional<std::string>> opened;
+    app.setURLOpener([&](const std::optional<std::string>& url, platform::URLOpenCompletion done) {
+        opened.push_back(url);
+        done(true);
+    });
+
+    auto delegate = std::make_shared<test::RecordingDelegate>();
+    QuovAd& ad = QuovAd::shared();
+    ad.setupWithAppId(std::string("e2e-app"), std::string("e2e-key"));
+    ad.setIMEI(std::string("imei-7"));
+    ad.setDelegate(delegate);
+    ad.loadAdWithAdId(std::string("slot"));
+
+    MainLoop& loop = MainLoop::shared();
+    ASSERT_TRUE(loop.runUntil(
+        [&] { return !delegate->calls.empty() && !quov::sdl::isLoadingContent() && ad.flush({}); },
+        std::chrono::seconds(20)));
+    ASSERT_EQ(delegate->calls, (std::vector<std::string>{"loaded", "displayed"}));
+    ASSERT_EQ(app.keyWindow()->subviews().size(), 1u);
+    auto view = std::dynamic_pointer_cast<QVAdView>(app.keyWindow()->subviews()[0]);
+    ASSERT_NE(view, nullptr);
+
+    // The impression arrived with its identity macros filled.
+    auto stats = server.stats();
+    ASSERT_EQ(stats["counts"]["/track/view"], 1);
+    EXPECT_EQ(stats["tracking"][0]["params"]["imei"], "imei-7");
+
+    // What the user sees: the 900x600 landscape creative in a 318.75 x 212.5 box.
+    display.clear(40, 200, 40);
+    quov::sdl::render(display.renderer());
+    const PixelBuffer pixels = display.readPixels();
+    const auto masked = pixels.at(5 * kScale, 5 * kScale);  // outside the box: green under 80 % black
+    EXPECT_NEAR(masked.r, 8, 3);
+    EXPECT_NEAR(masked.g, 40, 3);
+    EXPECT_NEAR(masked.b, 8, 3);
+    const auto inside = pixels.at(60 * kScale, 406 * kScale);  // the creative's orange background
+    EXPECT_NEAR(inside.r, 194, 6);
+    EXPECT_NEAR(inside.g, 65, 6);
+    EXPECT_NEAR(inside.b, 12, 6);
+    const Rect close = *quov::sdl::findElement("close");
+    EXPECT_EQ(close, (Rect{{309.875, 299.75 - 50}, {40, 40}}));
+    const auto iconCentre = pixels.at(static_cast<int>((close.origin.x + 20) * kScale),
+                                      static_cast<int>((close.origin.y + 20) * kScale));
+    EXPECT_GT(brightness(iconCentre), 200) << "the icon's cross sits at the button's centre";
+    const auto besideIcon = pixels.at(static_cast<int>((close.origin.x + 1) * kScale),
+                                      static_cast<int>((close.origin.y + 1) * kScale));
+    EXPECT_LT(brightness(besideIcon), 60) << "outside the insets only the mask shows";
+
+    // A click through SDL, down near (10, 20) and up near (300, 25) in the image's
+    // space (window pixels round up to the next whole pixel).
+    const Rect box = *quov::sdl::findElement("ad");
+    EXPECT_EQ(box, (Rect{{28.125, 299.75}, {318.75, 212.5}}));
+    auto px = [&](double points) { return static_cast<int>(std::ceil(points * kScale)); };
+    mouse(SDL_MOUSEBUTTONDOWN, px(box.origin.x + 10), px(box.origin.y + 20), display.window());
+    mouse(SDL_MOUSEBUTTONUP, px(box.origin.x + 300), px(box.origin.y + 25), display.window());
+    EXPECT_EQ(delegate->calls, (std::vector<std::string>{"loaded", "displayed", "clicked"}));
+    EXPECT_TRUE(app.keyWindow()->subviews().empty()) << "the view is gone";
+    ASSERT_TRUE(ad.flush(std::chrono::seconds(20)));
+    ASSERT_EQ(opened.size(), 1u);
+    EXPECT_EQ(opened[0].value_or("").rfind("quovdemo://", 0), 0u);
+
+    stats = server.stats();
+    ASSERT_EQ(stats["counts"]["/track/click"], 1);
+    const auto& click = stats["tracking"][1]["params"];
+    EXPECT_EQ(click["imei"], "imei-7");
+    EXPECT_EQ(click["abs_down_x"], "10");
+    EXPECT_EQ(click["abs_down_y"], "20");
+    EXPECT_EQ(click["abs_up_x"], "10") << "the lift point is not used for UP_X";
+    // The report's size is the image box: REL_UP_Y is the lift x over the box's
+    // height, 300.375 / 212.5 -> "1" (over the screen's 812 it would be "0").
+    EXPECT_EQ(click["rel_up_y"], "1");
+    EXPECT_EQ(click["rel_up_x"], "0");
+    EXPECT_EQ(click["rel_down_x"], "0");
+    EXPECT_NE(click["click_down_time"], "__CLICK_DOWN_TIME__");
+
+    quov::sdl::releaseRenderer();
+    quov::sdl::attachWindow(nullptr);
+    network::setBidServerBaseOverride(std::nullopt);
+    ad.setDelegate(std::weak_ptr<QuovAdDelegate>());
+}
+
+}  // namespace
+}  // namespace quov

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <quov/Geometry.h>
+#include <quov/QVBidModel.h>
+
+#include "platform/Application.h"
+#include "platform/Button.h"
+#include "platform/ImageView.h"
+#include "platform/NotificationCenter.h"
+#include "platform/View.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace quov {
+
+/// What the ad view needs from around it. Every empty member means the SDK's own.
+struct QVAdViewEnvironment {
+    /// Screen, orientation notifications, opening URLs. Null: Application::shared().
+    platform::Application* application = nullptr;
+    /// Starts loading an image URL into an image view (and forgets it if the view goes).
+    std::function<void(std::weak_ptr<platform::ImageView>, const std::optional<std::string>&)> loadImage;
+    /// Wall-clock seconds since 1970 with fraction.
+    std::function<double()> clock;
+};
+
+/// The image box for a screen and the first image's declared size: 85 % of the
+/// screen's height in landscape (width greater than height), else of its width,
+/// the other side by the declared aspect ratio, unclamped. A missing image or a
+/// declared side that is not positive gives the square box of that bound instead.
+Size QVAdViewImageBoxSize(Size screen, const QVBidImageModel* firstImage);
+
+/// The full-screen interstitial: a dimming mask, the ad image centred at 85 % of one
+/// screen side, a transparent click area over the image and a 40-point close button
+/// beside it. Main thread. Owned by the window it is added to (and by a pending
+/// open-URL step while one runs); it removes itself after a click or a close.
+class QVAdView : public platform::View {
+public:
+    using BidCallback = std::function<void(const QVBidModelPtr&)>;
+
+    /// Builds the subviews, the close icon, the first 14 constraints and the
+    /// orientation observation.
+    static std::shared_ptr<QVAdView> initWithFrame(Rect frame, QVAdViewEnvironment environment = {});
+
+    explicit QVAdView(Rect frame, QVAdViewEnvironment environment);
+    ~QVAdView() override;  // stops observing orientation changes
+
+    /// Rebuilds the layout; the observer action of orientation changes.
+    void deviceOrientationDidChange(const platform::Notification& notification);
+    /// Removes every constraint of the four subviews and makes them again from the
+    /// screen's current size and the bid: 14 without a bid, 16 with one.
+    void setupUIConstraints();
+    /// Stores the callbacks and the bid, starts the image, reports the impression,
+    /// calls onAdShow, then lays out. Call once, with all three callbacks.
+    void showBid(QVBidModelPtr bid, BidCallback onAdShow, BidCallback onAdClicked,
+                 BidCallback onAdClosed);
+    void onAdButtonTouchDown(platform::Button& sender, const platform::TouchEvent& event);
+    void onAdButtonTouchUpInside(platform::Button& sender, const platform::TouchEvent& event);
+    void close(platform::Button& sender, const platform::TouchEvent& event);
+    /// Removes, from v's superview up to the root, every constraint that relates v,
+    /// then every constraint installed on v itself.
+    void removeAllConstraintsFromView(const platform::ViewPtr& v);
+
+    const std::shared_ptr<platform::ImageView>& imageView() const { return imageView_; }
+    const std::shared_ptr<platform::Button>& closeButton() const { return closeButton_; }
+    const std::shared_ptr<platform::Button>& clickAdButton() const { return clickAdButton_; }
+    const platform::ViewPtr& maskView() const { return maskView_; }
+    /// Never assigned: the layout finds its constraints by walking the tree.
+    const platform::ConstraintPtr& imageViewHeight() const { return imageViewHeight_; }
+    const platform::ConstraintPtr& imageViewWidth() const { return imageViewWidth_; }
+    Point touchDownPoint() const { return touchDownPoint_; }
+    double touchDownDate() const { return touchDownDate_; }
+    const BidCallback& onAdClicked() const { return onAdClicked_; }
+    const BidCallback& onAdClosed() const { return onAdClosed_; }
+    const QVBidModelPtr& bid() const { return bid_; }
+
+private:
+    void construct();
+    void openURLStep(int step);
+    double now() const;
+    platform::Application& app() const;
+
+    QVAdViewEnvironment environment_;
+    std::shared_ptr<platform::ImageView> imageView_;
+    std::shared_ptr<platform::Button> closeButton_;
+    std::shared_ptr<platform::Button> clickAdButton_;
+    platform::ViewPtr maskView_;
+    platform::ConstraintPtr imageViewHeight_;
+    platform::ConstraintPtr imageViewWidth_;
+    Point touchDownPoint_;
+    double touchDownDate_ = 0;
+    BidCallback onAdClicked_;
+    BidCallback onAdClosed_;
+    QVBidModelPtr bid_;
+};
+
+}  // namespace quov
