@@ -69,6 +69,7 @@ struct Transfer {
     EasyHandle easy;
     Slist headers;
     bool tooLarge = false;
+    bool retriedStale = false;
     char errorBuffer[CURL_ERROR_SIZE] = {};
 };
 
@@ -100,6 +101,7 @@ struct HttpClient::Impl {
     void admit(std::unique_ptr<Transfer> t);
     bool start(std::unique_ptr<Transfer> t);
     bool release(const std::string& hostKey);
+    bool retryOnFreshConnection(Transfer& t, CURLcode result);
     void shutDownAll();
     void deliver(std::unique_ptr<Transfer> t);
     bool configure(Transfer& t);
@@ -299,6 +301,24 @@ bool HttpClient::Impl::release(const std::string& hostKey) {
     return started;
 }
 
+// A kept-alive connection the server reset just as we reused it fails with
+// nothing received; libcurl retries that only when the connection ends
+// cleanly. Like a browser, try such a GET once more on a new connection.
+bool HttpClient::Impl::retryOnFreshConnection(Transfer& t, CURLcode result) {
+    if (t.retriedStale || t.request.method != "GET") return false;
+    if (result != CURLE_GOT_NOTHING && result != CURLE_RECV_ERROR && result != CURLE_SEND_ERROR) return false;
+    long connects = -1;
+    long headerBytes = -1;
+    curl_easy_getinfo(t.easy.get(), CURLINFO_NUM_CONNECTS, &connects);
+    curl_easy_getinfo(t.easy.get(), CURLINFO_HEADER_SIZE, &headerBytes);
+    // Only a reused connection (no new connect) that gave back nothing at all.
+    if (connects != 0 || headerBytes != 0 || !t.response.body.empty()) return false;
+    t.retriedStale = true;
+    t.errorBuffer[0] = '\0';
+    curl_easy_setopt(t.easy.get(), CURLOPT_FRESH_CONNECT, 1L);
+    return curl_multi_add_handle(multi, t.easy.get()) == CURLM_OK;
+}
+
 void HttpClient::Impl::run() {
     for (;;) {
         std::vector<std::unique_ptr<Transfer>> batch;
@@ -332,6 +352,10 @@ void HttpClient::Impl::run() {
                 curl_multi_remove_handle(multi, e);
                 auto it = running.find(key);
                 if (it == running.end()) continue;
+                if (retryOnFreshConnection(*it->second, result)) {
+                    started = true;
+                    continue;
+                }
                 std::unique_ptr<Transfer> done = std::move(it->second);
                 running.erase(it);
                 const std::string hostKey = done->hostKey;

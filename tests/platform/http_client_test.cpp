@@ -4,7 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <optional>
 #include <thread>
@@ -127,6 +131,79 @@ TEST_F(HttpClientTest, AFewRequestsPerHostAtOnceTheRestQueuedAllOnTheLoopThread)
     EXPECT_TRUE(allOnMain);
     EXPECT_LE(server.maxConcurrent(), 6u);
     EXPECT_LE(other.maxConcurrent(), 6u);
+}
+
+// Answers the first request on each connection and keeps it open, then resets
+// the connection when a second request arrives on it: a server whose keep-alive
+// timer fires just as the client reuses the connection.
+class ResettingServer {
+public:
+    ResettingServer() {
+        fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof a;
+        EXPECT_EQ(::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+        ::listen(fd_, 8);
+        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
+        port = ntohs(a.sin_port);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~ResettingServer() {
+        stop_ = true;
+        ::shutdown(fd_, SHUT_RDWR);
+        thread_.join();
+        ::close(fd_);
+    }
+    int port = 0;
+    std::atomic<int> requests{0};
+
+private:
+    bool readRequest(int c) {
+        std::string data;
+        char buf[2048];
+        while (data.find("\r\n\r\n") == std::string::npos) {
+            if (!waitReadable(c)) return false;
+            const ssize_t n = ::recv(c, buf, sizeof buf, 0);
+            if (n <= 0) return false;
+            data.append(buf, static_cast<std::size_t>(n));
+        }
+        ++requests;
+        return true;
+    }
+    bool waitReadable(int c) {
+        for (pollfd p{c, POLLIN, 0}; !stop_;)
+            if (int ready = ::poll(&p, 1, 20); ready != 0) return ready > 0;
+        return false;
+    }
+    void serve() {
+        for (int c; (c = ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+            if (readRequest(c)) {
+                const char ok[] = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
+                (void)::send(c, ok, sizeof ok - 1, MSG_NOSIGNAL);
+                if (waitReadable(c)) {  // the reuse arrives: reset without reading it
+                    ++requests;
+                    linger reset{1, 0};
+                    ::setsockopt(c, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+                }
+            }
+            ::close(c);
+        }
+    }
+    int fd_ = -1;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+};
+
+TEST_F(HttpClientTest, ARequestLostOnAReusedConnectionIsSentAgainOnANewOne) {
+    ResettingServer reset;
+    const std::string url = "http://127.0.0.1:" + std::to_string(reset.port) + "/t";
+    EXPECT_TRUE(fetch(get(url)).transportOk);
+    HttpResponse second = fetch(get(url));
+    EXPECT_TRUE(second.transportOk) << second.errorText;
+    EXPECT_EQ(second.status, 200);
+    EXPECT_EQ(reset.requests.load(), 3) << "sent, lost, sent again";
 }
 
 TEST_F(HttpClientTest, HostSignalSetupIsLeftAlone) {
