@@ -10,7 +10,9 @@
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <deque>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 namespace quov::platform {
@@ -21,10 +23,11 @@ constexpr long kMaxRedirects = 10;
 // Backstop for the worker's wait: a missed wakeup costs at most this much.
 constexpr int kPollBackstopMs = 1000;
 constexpr const char* kUserAgent = "QuovSDK/1.0";
-// Like a browser: a few parallel connections per host, the rest wait their turn
-// and then reuse them. Small servers serve a handful of connections at a time.
-constexpr long kMaxConnectionsPerHost = 6;
-constexpr long kMaxConnections = 24;
+// Like a browser: a few transfers per host at once, the rest wait their turn and
+// then reuse those connections. Small servers serve a handful at a time. The
+// queue is ours: libcurl 7.88 can leave its own waiting transfers parked until
+// the next timeout when a cached connection turns out dead.
+constexpr std::size_t kMaxTransfersPerHost = 6;
 
 void globalInitOnce() {
     static std::once_flag once;
@@ -59,12 +62,14 @@ void discardPendingSigpipe() {
 }
 
 struct Transfer {
+    std::string hostKey;  // scheme://host:port, "" when the URL does not parse
     HttpRequest request;
     HttpClient::Completion completion;
     HttpResponse response;
     EasyHandle easy;
     Slist headers;
     bool tooLarge = false;
+    bool retriedStale = false;
     char errorBuffer[CURL_ERROR_SIZE] = {};
 };
 
@@ -83,8 +88,21 @@ struct HttpClient::Impl {
     CURLM* multi = nullptr;
     std::thread worker;
 
+    // Worker-only state.
+    struct Host {
+        std::size_t active = 0;
+        std::deque<std::unique_ptr<Transfer>> waiting;
+    };
+    std::unordered_map<std::string, Host> hosts;
+    std::unordered_map<Transfer*, std::unique_ptr<Transfer>> running;
+
     void startLocked();
     void run();
+    void admit(std::unique_ptr<Transfer> t);
+    bool start(std::unique_ptr<Transfer> t);
+    bool release(const std::string& hostKey);
+    bool retryOnFreshConnection(Transfer& t, CURLcode result);
+    void shutDownAll();
     void deliver(std::unique_ptr<Transfer> t);
     bool configure(Transfer& t);
     void finish(std::unique_ptr<Transfer> t, CURLcode result);
@@ -142,7 +160,6 @@ bool HttpClient::Impl::configure(Transfer& t) {
     curl_easy_setopt(e, CURLOPT_TIMEOUT_MS, static_cast<long>(r.timeout.count()));
     curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(r.connectTimeout.count()));
     curl_easy_setopt(e, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(r.maxBodyBytes));
-    curl_easy_setopt(e, CURLOPT_ACCEPT_ENCODING, "");  // every coding libcurl can decode
     curl_easy_setopt(e, CURLOPT_USERAGENT, kUserAgent);
     curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, onBody);
     curl_easy_setopt(e, CURLOPT_WRITEDATA, &t);
@@ -162,9 +179,8 @@ bool HttpClient::Impl::configure(Transfer& t) {
 }
 
 void HttpClient::Impl::deliver(std::unique_ptr<Transfer> t) {
-    // The easy handle goes now, on the worker; only the answer travels.
-    t->easy.reset();
-    t->headers.reset();
+    // Only the answer travels; the easy handle is cleaned up here, on the
+    // worker, after the completion is already on its way.
     auto task = [completion = std::move(t->completion), response = std::move(t->response),
                  counter = inFlight]() mutable {
         counter->fetch_sub(1);
@@ -201,8 +217,6 @@ void HttpClient::Impl::finish(std::unique_ptr<Transfer> t, CURLcode result) {
 void HttpClient::Impl::startLocked() {
     multi = curl_multi_init();
     if (!multi) throw std::runtime_error("curl_multi_init failed");
-    curl_multi_setopt(multi, CURLMOPT_MAX_HOST_CONNECTIONS, kMaxConnectionsPerHost);
-    curl_multi_setopt(multi, CURLMOPT_MAX_TOTAL_CONNECTIONS, kMaxConnections);
     // The worker inherits this mask: SIGPIPE stays blocked there and only there,
     // so the host's own dispositions are left alone.
     sigset_t block, old;
@@ -220,8 +234,92 @@ void HttpClient::Impl::startLocked() {
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
 }
 
+namespace {
+
+std::string hostKeyOf(const std::string& url) {
+    CURLU* u = curl_url();
+    if (!u) return "";
+    std::string key;
+    if (curl_url_set(u, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK) {
+        for (CURLUPart part : {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT}) {
+            char* value = nullptr;
+            // The port is filled in from the scheme when the URL has none.
+            if (curl_url_get(u, part, &value, part == CURLUPART_PORT ? CURLU_DEFAULT_PORT : 0) == CURLUE_OK) {
+                key += value;
+                curl_free(value);
+            }
+            key += '|';
+        }
+    }
+    curl_url_cleanup(u);
+    return key;
+}
+
+}  // namespace
+
+void HttpClient::Impl::admit(std::unique_ptr<Transfer> t) {
+    t->hostKey = hostKeyOf(t->request.url);
+    Host& host = hosts[t->hostKey];
+    if (host.active >= kMaxTransfersPerHost) {
+        host.waiting.push_back(std::move(t));
+        return;
+    }
+    ++host.active;
+    const std::string key = t->hostKey;
+    if (!start(std::move(t))) release(key);  // a failed start frees its slot at once
+}
+
+bool HttpClient::Impl::start(std::unique_ptr<Transfer> t) {
+    if (!configure(*t) || curl_multi_add_handle(multi, t->easy.get()) != CURLM_OK) {
+        if (t->response.errorText.empty()) t->response.errorText = "could not start the request";
+        deliver(std::move(t));
+        return false;
+    }
+    Transfer* key = t.get();
+    running.emplace(key, std::move(t));
+    return true;
+}
+
+// Hands a freed slot to the next in line for that host; true when one started.
+bool HttpClient::Impl::release(const std::string& hostKey) {
+    auto it = hosts.find(hostKey);
+    if (it == hosts.end()) return false;
+    Host& host = it->second;
+    --host.active;
+    bool started = false;
+    while (host.active < kMaxTransfersPerHost && !host.waiting.empty()) {
+        std::unique_ptr<Transfer> next = std::move(host.waiting.front());
+        host.waiting.pop_front();
+        ++host.active;
+        if (start(std::move(next))) {
+            started = true;
+        } else {
+            --host.active;
+        }
+    }
+    if (host.active == 0 && host.waiting.empty()) hosts.erase(it);
+    return started;
+}
+
+// A kept-alive connection the server reset just as we reused it fails with
+// nothing received; libcurl retries that only when the connection ends
+// cleanly. Like a browser, try such a GET once more on a new connection.
+bool HttpClient::Impl::retryOnFreshConnection(Transfer& t, CURLcode result) {
+    if (t.retriedStale || t.request.method != "GET") return false;
+    if (result != CURLE_GOT_NOTHING && result != CURLE_RECV_ERROR && result != CURLE_SEND_ERROR) return false;
+    long connects = -1;
+    long headerBytes = -1;
+    curl_easy_getinfo(t.easy.get(), CURLINFO_NUM_CONNECTS, &connects);
+    curl_easy_getinfo(t.easy.get(), CURLINFO_HEADER_SIZE, &headerBytes);
+    // Only a reused connection (no new connect) that gave back nothing at all.
+    if (connects != 0 || headerBytes != 0 || !t.response.body.empty()) return false;
+    t.retriedStale = true;
+    t.errorBuffer[0] = '\0';
+    curl_easy_setopt(t.easy.get(), CURLOPT_FRESH_CONNECT, 1L);
+    return curl_multi_add_handle(multi, t.easy.get()) == CURLM_OK;
+}
+
 void HttpClient::Impl::run() {
-    std::vector<std::unique_ptr<Transfer>> active;
     for (;;) {
         std::vector<std::unique_ptr<Transfer>> batch;
         bool stop;
@@ -231,46 +329,60 @@ void HttpClient::Impl::run() {
             stop = stopping;
         }
         if (stop) {
-            for (auto& t : batch) active.push_back(std::move(t));
+            for (auto& t : batch) hosts[""].waiting.push_back(std::move(t));
             break;
         }
-        for (auto& t : batch) {
-            if (!configure(*t) || curl_multi_add_handle(multi, t->easy.get()) != CURLM_OK) {
-                if (t->response.errorText.empty()) t->response.errorText = "could not start the request";
-                deliver(std::move(t));
-                continue;
-            }
-            active.push_back(std::move(t));
-        }
+        for (auto& t : batch) admit(std::move(t));
 
-        int running = 0;
-        curl_multi_perform(multi, &running);
-        int queued = 0;
-        while (CURLMsg* msg = curl_multi_info_read(multi, &queued)) {
-            if (msg->msg != CURLMSG_DONE) continue;
-            CURL* e = msg->easy_handle;
-            const CURLcode result = msg->data.result;
-            curl_multi_remove_handle(multi, e);
-            for (auto it = active.begin(); it != active.end(); ++it) {
-                if ((*it)->easy.get() != e) continue;
-                std::unique_ptr<Transfer> done = std::move(*it);
-                active.erase(it);
+        // Drive libcurl until it has nothing more to say: a finished transfer
+        // may start a queued one, which needs its own first push before we
+        // sleep, and every push may finish more.
+        bool started = true;
+        while (started) {
+            started = false;
+            int stillRunning = 0;
+            curl_multi_perform(multi, &stillRunning);
+            int queued = 0;
+            while (CURLMsg* msg = curl_multi_info_read(multi, &queued)) {
+                if (msg->msg != CURLMSG_DONE) continue;
+                CURL* e = msg->easy_handle;
+                const CURLcode result = msg->data.result;
+                Transfer* key = nullptr;
+                curl_easy_getinfo(e, CURLINFO_PRIVATE, reinterpret_cast<char**>(&key));
+                curl_multi_remove_handle(multi, e);
+                auto it = running.find(key);
+                if (it == running.end()) continue;
+                if (retryOnFreshConnection(*it->second, result)) {
+                    started = true;
+                    continue;
+                }
+                std::unique_ptr<Transfer> done = std::move(it->second);
+                running.erase(it);
+                const std::string hostKey = done->hostKey;
                 finish(std::move(done), result);
-                break;
+                started = release(hostKey) || started;
             }
         }
         discardPendingSigpipe();
         curl_multi_poll(multi, nullptr, 0, kPollBackstopMs, nullptr);
     }
+    shutDownAll();
+}
 
-    // Stopping: whatever is left ends with a transport error, so every caller
-    // still hears back exactly once.
-    for (auto& t : active) {
+// Whatever is left ends with a transport error, so every caller still hears
+// back exactly once.
+void HttpClient::Impl::shutDownAll() {
+    auto end = [this](std::unique_ptr<Transfer> t) {
         if (t->easy) curl_multi_remove_handle(multi, t->easy.get());
         t->response = HttpResponse{};
         t->response.errorText = "the HTTP client was shut down";
         deliver(std::move(t));
-    }
+    };
+    for (auto& [key, t] : running) end(std::move(t));
+    running.clear();
+    for (auto& [key, host] : hosts)
+        for (auto& t : host.waiting) end(std::move(t));
+    hosts.clear();
     discardPendingSigpipe();
 }
 

@@ -35,6 +35,9 @@ struct HttpResponse {
 
 /// The HTTP transport: one background worker thread owning a libcurl multi handle,
 /// started lazily. Completions are posted to the main loop given at construction.
+/// Only http and https (redirects too, at most 10), TLS verified, SIGPIPE blocked
+/// in the worker only. At most 6 transfers per scheme/host/port run at once; the
+/// rest wait in order. Bodies above maxBodyBytes fail, chunked ones included.
 class HttpClient {
 public:
     using Completion = std::function<void(HttpResponse)>;

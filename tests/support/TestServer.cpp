@@ -51,11 +51,16 @@ TestServer::TestServer() : server_(std::make_unique<httplib::Server>()) {
         {
             std::lock_guard lock(mutex_);
             received_.push_back(std::move(r));
+            maxConcurrent_ = std::max(maxConcurrent_, ++inHandler_);
         }
         arrived_.notify_all();
 
         Answer a = answerFor(path);
         if (a.delay.count() > 0) std::this_thread::sleep_for(a.delay);
+        {
+            std::lock_guard lock(mutex_);
+            --inHandler_;
+        }
         res.status = a.status;
         for (const auto& [k, v] : a.headers) res.set_header(k.c_str(), v);
         if (a.chunked) {
@@ -84,8 +89,10 @@ TestServer::TestServer() : server_(std::make_unique<httplib::Server>()) {
     if (port_ <= 0) throw std::runtime_error("TestServer: cannot bind 127.0.0.1");
     // The socket already listens, so connections made before the loop runs just queue.
     thread_ = std::thread([this] { server_->listen_after_bind(); });
-    // stop() is a no-op until the accept loop runs: wait for it, or teardown can hang.
-    while (!server_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    // stop() is a no-op until the loop runs, so a quick test could otherwise
+    // leave the destructor joining a server that never stops.
+    for (int i = 0; i < 10000 && !server_->is_running(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 TestServer::~TestServer() {
@@ -136,6 +143,11 @@ std::vector<Received> TestServer::receivedOn(const std::string& path) const {
 std::size_t TestServer::count() const {
     std::lock_guard lock(mutex_);
     return received_.size();
+}
+
+std::size_t TestServer::maxConcurrent() const {
+    std::lock_guard lock(mutex_);
+    return maxConcurrent_;
 }
 
 std::size_t TestServer::countOn(const std::string& path) const { return receivedOn(path).size(); }

@@ -77,6 +77,8 @@ public:
     std::vector<Received> received() const;
     std::vector<Received> receivedOn(const std::string& path) const;
     std::size_t count() const;
+    /// The most requests that were being answered at the same time.
+    std::size_t maxConcurrent() const;
     std::size_t countOn(const std::string& path) const;
     void clearReceived();
 
@@ -100,6 +102,8 @@ private:
     mutable std::condition_variable arrived_;
     std::map<std::string, Script> scripts_;
     std::vector<Received> received_;
+    std::size_t inHandler_ = 0;
+    std::size_t maxConcurrent_ = 0;
 };
 
 /// A bare loopback listener that records each request's raw bytes (request

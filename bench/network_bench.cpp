@@ -1,0 +1,220 @@
+// The ad network against raw libcurl on the same loopback server, in one run.
+// Pairs to compare: BM_BidRoundTrip_Sdk / BM_BidRoundTrip_RawCurl and
+// BM_TrackingFanout_Sdk / BM_TrackingFanout_RawCurlMulti. BM_MainThreadPerLoad
+// is what one load costs the host's thread.
+#include <quov/Log.h>
+#include <quov/MainLoop.h>
+#include <quov/QVBidModel.h>
+#include <quov/QVRequestHelper.h>
+#include <quov/QuovAd.h>
+#include <quov/QuovHost.h>
+
+#include "network/BidRequest.h"
+#include "network/BidServerBase.h"
+#include "network/ResponseRule.h"
+#include "platform/Log.h"
+
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using json = nlohmann::json;
+
+constexpr int kFanout = 1000;
+// The SDK's own per-host limit, so both sides of the fan-out pair open the same connections.
+constexpr long kConnectionsPerHost = 6;
+
+const std::string& bidAnswer() {
+    static const std::string body = [] {
+        json bid = {{"id", "bench-bid"},
+                    {"adType", 1},
+                    {"click_url", "https://landing.example.test/x"},
+                    {"deeplink_url", "app://open"},
+                    {"check_views", {"http://127.0.0.1:1/v?i=__IDFA__", "http://127.0.0.1:1/v2?m=__MAC__"}},
+                    {"check_clicks", {"http://127.0.0.1:1/c?x=__ABS_DOWN_X__"}},
+                    {"images", {{{"url", "http://127.0.0.1:1/a.png"}, {"w", 640}, {"h", 960}}}}};
+        return json{{"id", "r"}, {"seatbid", {{{"bid", {bid}}}}}}.dump();
+    }();
+    return body;
+}
+
+// One loopback server for the whole run.
+class BenchServer {
+public:
+    BenchServer() {
+        server_.set_tcp_nodelay(true);
+        server_.set_keep_alive_max_count(1000000);
+        server_.set_keep_alive_timeout(1);
+        server_.new_task_queue = [] { return new httplib::ThreadPool(16); };
+        server_.Post("/network", [](const httplib::Request&, httplib::Response& res) {
+            res.set_content(bidAnswer(), "application/json");
+        });
+        server_.Get("/imp", [](const httplib::Request&, httplib::Response& res) { res.status = 200; });
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        if (port_ <= 0) throw std::runtime_error("bench server: cannot bind");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
+        for (int i = 0; i < 10000 && !server_.is_running(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ~BenchServer() {
+        server_.stop();
+        thread_.join();
+    }
+    std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
+
+private:
+    httplib::Server server_;
+    std::thread thread_;
+    int port_ = 0;
+};
+
+BenchServer& server() {
+    static BenchServer s;
+    return s;
+}
+
+void configureSdk() {
+    static bool done = [] {
+        quov::setLogSink([](const std::string&) {});  // the tracking lines would drown the figures
+        quov::QuovHost::setBundleInfo({{"CFBundleShortVersionString", "1.0"},
+                                       {"CFBundleIdentifier", "com.quov.bench"},
+                                       {"CFBundleName", "quov-bench"}});
+        quov::QuovAd::shared().setupWithAppId(std::string("bench"), std::string("key"));
+        quov::network::setBidServerBaseOverride(server().base());
+        return true;
+    }();
+    (void)done;
+}
+
+size_t discard(char*, size_t size, size_t count, void*) { return size * count; }
+
+void BM_BidRoundTrip_Sdk(benchmark::State& state) {
+    configureSdk();
+    auto& loop = quov::MainLoop::shared();
+    for (auto _ : state) {
+        std::size_t bids = 0;
+        bool done = false;
+        quov::QVRequestHelper::loadAdWithAdId(std::string("slot"),
+                                              [&](std::vector<quov::QVBidModelPtr> b, std::optional<quov::Error>) {
+                                                  bids = b.size();
+                                                  done = true;
+                                              });
+        loop.runUntil([&] { return done; }, std::chrono::seconds(10));
+        if (bids != 1) state.SkipWithError("the load did not yield the bid");
+    }
+}
+BENCHMARK(BM_BidRoundTrip_Sdk)->UseRealTime();
+
+void BM_BidRoundTrip_RawCurl(benchmark::State& state) {
+    configureSdk();
+    const auto inputs = quov::network::gatherBidRequestInputs();
+    const std::string body = quov::network::buildBidRequest(inputs).dump();
+    const std::string url = server().base() + "/network?appid=bench";
+    CURL* easy = curl_easy_init();
+    curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/json");
+    headers = curl_slist_append(headers, "appkey: key");
+    std::string answer;
+    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.c_str());
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION,
+                     +[](char* d, size_t s, size_t n, void* u) {
+                         static_cast<std::string*>(u)->append(d, s * n);
+                         return s * n;
+                     });
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, &answer);
+    for (auto _ : state) {
+        answer.clear();
+        if (curl_easy_perform(easy) != CURLE_OK) state.SkipWithError("raw POST failed");
+        benchmark::DoNotOptimize(answer.data());
+    }
+    curl_slist_free_all(headers);
+    curl_easy_cleanup(easy);
+}
+BENCHMARK(BM_BidRoundTrip_RawCurl)->UseRealTime();
+
+std::vector<std::string> impressionUrls() {
+    std::vector<std::string> urls;
+    for (int i = 0; i < kFanout; ++i) urls.push_back(server().base() + "/imp?n=" + std::to_string(i) + "&d=__IDFA__");
+    return urls;
+}
+
+void BM_TrackingFanout_Sdk(benchmark::State& state) {
+    configureSdk();
+    auto bid = quov::QVBidModel::initWithDict(json{{"check_views", impressionUrls()}});
+    for (auto _ : state) {
+        bid->reportAdShow();
+        if (!quov::QuovAd::shared().flush(std::chrono::seconds(60))) state.SkipWithError("flush timed out");
+    }
+    state.SetItemsProcessed(state.iterations() * kFanout);
+}
+BENCHMARK(BM_TrackingFanout_Sdk)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void BM_TrackingFanout_RawCurlMulti(benchmark::State& state) {
+    configureSdk();
+    std::vector<std::string> urls;
+    for (const auto& u : impressionUrls()) urls.push_back(quov::QVRequestHelper::formatURL(u));
+    CURLM* multi = curl_multi_init();
+    curl_multi_setopt(multi, CURLMOPT_MAX_HOST_CONNECTIONS, kConnectionsPerHost);
+    for (auto _ : state) {
+        std::vector<CURL*> handles;
+        for (const auto& u : urls) {
+            CURL* e = curl_easy_init();
+            curl_easy_setopt(e, CURLOPT_URL, u.c_str());
+            curl_easy_setopt(e, CURLOPT_NOSIGNAL, 1L);
+            curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, discard);
+            curl_multi_add_handle(multi, e);
+            handles.push_back(e);
+        }
+        int running = 1;
+        while (running) {
+            curl_multi_perform(multi, &running);
+            if (running) curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
+        }
+        int queued = 0;
+        while (CURLMsg* m = curl_multi_info_read(multi, &queued))
+            if (m->msg == CURLMSG_DONE && m->data.result != CURLE_OK) state.SkipWithError("raw GET failed");
+        for (CURL* e : handles) {
+            curl_multi_remove_handle(multi, e);
+            curl_easy_cleanup(e);
+        }
+    }
+    curl_multi_cleanup(multi);
+    state.SetItemsProcessed(state.iterations() * kFanout);
+}
+BENCHMARK(BM_TrackingFanout_RawCurlMulti)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// Everything a load does on the host's thread, without the wire: the device
+// record and the request, then parsing the answer and running the completion.
+void BM_MainThreadPerLoad(benchmark::State& state) {
+    configureSdk();
+    quov::platform::HttpResponse answer;
+    answer.transportOk = true;
+    answer.status = 200;
+    answer.contentType = "application/json";
+    answer.body = bidAnswer();
+    for (auto _ : state) {
+        const auto inputs = quov::network::gatherBidRequestInputs();
+        const json document = quov::network::buildBidRequest(inputs);
+        auto request = quov::network::makeBidHttpRequest(inputs, document, server().base());
+        benchmark::DoNotOptimize(request.body.data());
+        std::size_t bids = 0;
+        quov::network::completeBidRequest(
+            answer, [&](std::vector<quov::QVBidModelPtr> b, std::optional<quov::Error>) { bids = b.size(); });
+        if (bids != 1) state.SkipWithError("the answer did not parse");
+    }
+}
+BENCHMARK(BM_MainThreadPerLoad)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
