@@ -164,10 +164,20 @@ std::vector<double> minimumNormLeastSquares(const Matrix& A, const std::vector<d
     return d;
 }
 
-/// Horizontal and vertical constraints never share an unknown, so the two axes
+/// Horizontal and vertical constraints usually share no unknown, so the two axes
 /// are solved apart (an eighth of the work of one system), each over only the
 /// unknowns its equations name.
 std::vector<double> solveByAxis(const Matrix& A, const std::vector<double>& r, std::size_t& rank) {
+    // A size tied across axes (width == height) couples them: solve as one system.
+    for (std::size_t i = 0; i < A.rows; ++i) {
+        bool x = false, y = false;
+        for (std::size_t j = 0; j < A.cols; ++j) {
+            if (A.at(i, j) == 0) continue;
+            const auto c = static_cast<Component>(j % 4);
+            ((c == kX || c == kW) ? x : y) = true;
+        }
+        if (x && y) return minimumNormLeastSquares(A, r, rank);
+    }
     std::vector<double> d(A.cols, 0.0);
     rank = 0;
     for (int axis = 0; axis < 2; ++axis) {

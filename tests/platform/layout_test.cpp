@@ -68,6 +68,22 @@ TEST(LayoutSolve, FramesAreRelativeToTheSuperviewWhenConstraintsCrossLevels) {
     EXPECT_FALSE(window->needsLayout());
 }
 
+TEST(LayoutSolve, ASizeTiedAcrossAxesIsSolvedWithBothAxes) {
+    // A square tile: its height follows its width, which only the x axis fixes.
+    auto window = Window::make({{0, 0}, {400, 300}});
+    auto tile = constrainedView(window);
+    test::LogCapture log;
+    LayoutConstraint::activateConstraints({
+        tile->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor(), 10),
+        tile->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor(), -290),
+        tile->topAnchor().constraintEqualToAnchor(window->topAnchor(), 20),
+        tile->heightAnchor().constraintEqualToAnchor(tile->widthAnchor()),
+    });
+    window->layoutSubviews();
+    expectFrame(tile, {{10, 20}, {100, 100}});
+    EXPECT_TRUE(log.lines().empty()) << "a consistent system logs nothing";
+}
+
 TEST(LayoutSolve, ConstraintsActivateOntoTheNearestCommonAncestor) {
     auto root = View::make();
     auto a = View::make(), b = View::make(), a1 = View::make(), b1 = View::make();
