@@ -80,9 +80,16 @@ void QuovAdFlow::presentOnView(QuovAd& ad, QVBidModelPtr bid) {
     }
 }
 
+std::function<QuovAd*()> QuovAdFlow::weakFacade(QuovAd& ad) {
+    return [facade = &ad, alive = std::weak_ptr<const bool>(ad.alive_)]() -> QuovAd* {
+        return alive.expired() ? nullptr : facade;
+    };
+}
+
 LoadCompletion QuovAdFlow::makeLoadCompletion(QuovAd& ad) {
-    QuovAd* facade = &ad;
-    return [facade](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
+    return [lookup = weakFacade(ad)](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
+        QuovAd* facade = lookup();
+        if (!facade) return;
         if (error) {
             if (auto d = facade->delegate()) d->onQuovSDKAdLoadFailed(*error);
             return;

@@ -21,6 +21,10 @@ struct QuovAdFlow {
     static void setViewPresenter(ViewPresenter presenter);  // empty restores the default
     static void presentOnView(QuovAd& ad, QVBidModelPtr bid);
 
+    /// The facade as long as it exists (shared() always does); null after a facade
+    /// made with QuovAd() is gone. Completions and view callbacks look it up first.
+    static std::function<QuovAd*()> weakFacade(QuovAd& ad);
+
     /// The default presenter: a QVAdView the size of the main screen in the key
     /// window. Without a key window the delegate gets noKeyWindowError().
     static void showInKeyWindow(QuovAd& ad, QVBidModelPtr bid);

@@ -25,18 +25,14 @@ void QuovAdFlow::showInKeyWindow(QuovAd& ad, QVBidModelPtr bid) {
     view->widthAnchor().constraintEqualToAnchor(window->widthAnchor())->setActive(true);
     view->heightAnchor().constraintEqualToAnchor(window->heightAnchor())->setActive(true);
 
-    QuovAd* facade = &ad;
-    view->showBid(
-        std::move(bid),
-        [facade](const QVBidModelPtr&) {
-            if (auto d = facade->delegate()) d->onQuovSDKAdDisplayed();
-        },
-        [facade](const QVBidModelPtr&) {
-            if (auto d = facade->delegate()) d->onQuovSDKAdClicked();
-        },
-        [facade](const QVBidModelPtr&) {
-            if (auto d = facade->delegate()) d->onQuovSDKAdClosed();
-        });
+    auto call = [lookup = weakFacade(ad)](void (QuovAdDelegate::*event)()) {
+        return [lookup, event](const QVBidModelPtr&) {
+            QuovAd* facade = lookup();
+            if (auto d = facade ? facade->delegate() : nullptr) ((*d).*event)();
+        };
+    };
+    view->showBid(std::move(bid), call(&QuovAdDelegate::onQuovSDKAdDisplayed),
+                  call(&QuovAdDelegate::onQuovSDKAdClicked), call(&QuovAdDelegate::onQuovSDKAdClosed));
 }
 
 Error QuovAdFlow::noKeyWindowError() {

@@ -127,6 +127,7 @@ platform::HttpRequest makeBidHttpRequest(const BidRequestInputs& in, const json&
                                          const std::string& base) {
     platform::HttpRequest http;
     http.method = "POST";
+    http.lane = "bid";
     http.url = base + "/network?appid=" + platform::orNull(in.appId);
     http.headers.emplace_back("Content-Type", "application/json");
     if (in.appKey) http.headers.emplace_back("appkey", *in.appKey);

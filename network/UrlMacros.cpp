@@ -4,6 +4,7 @@
 #include <quov/QVRequestHelper.h>
 #include <quov/QuovAd.h>
 
+#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -26,9 +27,10 @@ std::string integerText(double value) {
 }
 
 std::string realText(double value) {
+    // printf would follow the host's LC_NUMERIC (a decimal comma under setlocale).
     char buf[64];
-    std::snprintf(buf, sizeof buf, "%0.16g", value);
-    return buf;
+    const auto r = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::general, 16);
+    return std::string(buf, r.ptr);
 }
 
 void replaceAll(std::string& text, std::string_view macro, std::string_view value) {

@@ -1,6 +1,7 @@
 #include "platform/HttpClient.h"
 
 #include <curl/curl.h>
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 
@@ -45,6 +46,13 @@ struct SlistDeleter {
 };
 using EasyHandle = std::unique_ptr<CURL, EasyDeleter>;
 using Slist = std::unique_ptr<curl_slist, SlistDeleter>;
+
+// Our sockets must not reach programs the host starts.
+int closeOnExec(void*, curl_socket_t fd, curlsocktype) {
+    const int flags = ::fcntl(fd, F_GETFD);
+    if (flags >= 0) ::fcntl(fd, F_SETFD, flags | FD_CLOEXEC);
+    return CURL_SOCKOPT_OK;
+}
 
 bool hasLineBreak(const std::string& s) { return s.find_first_of("\r\n") != std::string::npos; }
 
@@ -151,6 +159,9 @@ bool HttpClient::Impl::configure(Transfer& t) {
     curl_easy_setopt(e, CURLOPT_URL, r.url.c_str());
     curl_easy_setopt(e, CURLOPT_PRIVATE, &t);
     curl_easy_setopt(e, CURLOPT_NOSIGNAL, 1L);
+    // A resolver thread still waiting on DNS must not hold up shutdown.
+    curl_easy_setopt(e, CURLOPT_QUICK_EXIT, 1L);
+    curl_easy_setopt(e, CURLOPT_SOCKOPTFUNCTION, &closeOnExec);
     curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(e, CURLOPT_FOLLOWLOCATION, 1L);
@@ -258,7 +269,7 @@ std::string hostKeyOf(const std::string& url) {
 }  // namespace
 
 void HttpClient::Impl::admit(std::unique_ptr<Transfer> t) {
-    t->hostKey = hostKeyOf(t->request.url);
+    t->hostKey = t->request.lane + '|' + hostKeyOf(t->request.url);
     Host& host = hosts[t->hostKey];
     if (host.active >= kMaxTransfersPerHost) {
         host.waiting.push_back(std::move(t));

@@ -21,6 +21,9 @@ struct HttpRequest {
     std::chrono::milliseconds timeout{60000};
     std::chrono::milliseconds connectTimeout{10000};
     std::size_t maxBodyBytes = 4u << 20;  // larger answers fail instead of growing
+    /// Requests queue for a host's few connections only behind others of their lane,
+    /// so a bid or an image never waits behind a burst of slow trackers.
+    std::string lane;
 };
 
 /// What came back. transportOk is false when no complete HTTP answer arrived

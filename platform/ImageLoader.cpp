@@ -162,6 +162,7 @@ void ImageLoader::load(const std::optional<std::string>& url, Completion complet
     if (!first) return;  // joins the download already under way
 
     HttpRequest request;
+    request.lane = "image";
     request.url = *url;
     request.headers = {{"Accept", "image/png,image/jpeg,image/webp;q=0.9,*/*;q=0.5"}};
     request.timeout = std::chrono::seconds(30);

@@ -36,7 +36,12 @@ constexpr std::size_t kMaxURLBytes = 32 * 1024;
 // nothing an ad should be able to make us open.
 constexpr std::string_view kLocalSchemes[] = {
     "file", "data", "javascript", "vbscript", "about", "blob", "filesystem",
-    "view-source", "resource", "chrome", "jar", "smb", "nfs"};
+    "view-source", "resource", "chrome", "jar", "smb", "nfs",
+    // Desktop virtual file systems and help viewers that resolve to local files,
+    // and remote mounts a file manager would open.
+    "admin", "trash", "recent", "computer", "archive", "burn", "network", "ghelp", "help", "man",
+    "info", "applications", "fonts", "sftp", "ftp", "ftps", "dav", "davs", "afp", "ssh", "mtp",
+    "gphoto2", "obex"};
 
 bool acceptable(const std::optional<std::string>& url) {
     if (!url || url->empty() || url->size() > kMaxURLBytes) return false;

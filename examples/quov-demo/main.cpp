@@ -230,7 +230,8 @@ int main(int argc, char** argv) {
             injected = true;
         }
 
-        if (delegate->finished && shot) break;
+        // A failure or a fetched bid never shows an ad: there is nothing to shoot.
+        if (delegate->finished && (shot || !delegate->displayed)) break;
         if (headless && !opt.touch && !opt.close && delegate->displayed && shot && settled) break;
         if (injected && !delegate->finished && framesSinceDisplayed > 30) {
             // The taps landed nowhere that ends the flow (say, outside the ad).

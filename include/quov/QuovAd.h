@@ -80,6 +80,8 @@ private:
     std::optional<std::string> imei_;
     std::optional<std::string> oaid_;
     std::weak_ptr<QuovAdDelegate> delegate_;
+    // Loads and ad views outlive a facade made with QuovAd(): they check this first.
+    std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
 };
 
 }  // namespace quov

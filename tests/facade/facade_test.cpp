@@ -125,6 +125,18 @@ TEST_F(LoadCompletion, DelegateIsLookedUpAtCallTimeNotWhenTheLoadStarted) {
     EXPECT_EQ(later->calls, (std::vector<std::string>{"loadFailed"}));
 }
 
+TEST(Facade, ACompletionThatOutlivesItsFacadeDoesNothing) {
+    auto delegate = std::make_shared<RecordingDelegate>();
+    quov::LoadCompletion completion;
+    {
+        QuovAd ad;
+        ad.setDelegate(delegate);
+        completion = QuovAdFlow::makeLoadCompletion(ad);
+    }
+    completion({}, QVError::errorWithCode(4001));  // under ASan: no use after free
+    EXPECT_TRUE(delegate->calls.empty());
+}
+
 TEST(Facade, FreshInstanceDefaults) {
     QuovAd ad;
     EXPECT_FALSE(ad.AppId().has_value());

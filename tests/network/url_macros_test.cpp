@@ -7,6 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <cmath>
 #include <limits>
 
@@ -80,6 +84,28 @@ TEST_F(Macros, TimeStampIsNowInSecondsWithFraction) {
 std::string touchUrl() {
     return "dx=__ABS_DOWN_X__&dy=__ABS_DOWN_Y__&ux=__ABS_UP_X__&uy=__ABS_UP_Y__&rdx=__REL_DOWN_X__"
            "&rdy=__REL_DOWN_Y__&rux=__REL_UP_X__&ruy=__REL_UP_Y__&td=__CLICK_DOWN_TIME__&tu=__CLICK_UP_TIME__";
+}
+
+// Hosts often call setlocale(LC_ALL, ""): the wire texts must keep their decimal
+// point under a locale whose numbers use a comma.
+TEST(MacroNumbers, RealTextIgnoresTheHostsNumericLocale) {
+    char dir[] = "/tmp/quov-locale-XXXXXX";
+    ASSERT_NE(::mkdtemp(dir), nullptr);
+    const std::string out = std::string(dir) + "/de_DE.UTF-8";
+    const std::string build = "localedef -i de_DE -f UTF-8 " + out + " >/dev/null 2>&1";
+    if (std::system(build.c_str()) != 0) GTEST_SKIP() << "localedef or the de_DE source is missing";
+    ::setenv("LOCPATH", dir, 1);
+    const std::string saved = std::setlocale(LC_ALL, nullptr);
+    ASSERT_NE(std::setlocale(LC_NUMERIC, "de_DE.UTF-8"), nullptr);
+    char probe[16];
+    std::snprintf(probe, sizeof probe, "%g", 12.5);
+    EXPECT_STREQ(probe, "12,5") << "the locale is in force";
+    EXPECT_EQ(QVRequestHelper::formatURL("?d=__CLICK_DOWN_TIME__&u=__CLICK_UP_TIME__", {300, 400}, {10, 20},
+                                         1700000000.25, {12, 25}, 12.5),
+              "?d=1700000000.25&u=12.5");
+    std::setlocale(LC_ALL, saved.c_str());
+    ::unsetenv("LOCPATH");
+    std::filesystem::remove_all(dir);
 }
 
 TEST(TouchMacros, FollowTheTableIncludingItsAsymmetries) {

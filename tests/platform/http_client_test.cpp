@@ -133,6 +133,22 @@ TEST_F(HttpClientTest, AFewRequestsPerHostAtOnceTheRestQueuedAllOnTheLoopThread)
     EXPECT_LE(other.maxConcurrent(), 6u);
 }
 
+TEST_F(HttpClientTest, AnotherLaneNeverWaitsBehindAHostsBusyConnections) {
+    Answer stuck = Answer::empty();
+    stuck.delay = 3s;  // trackers at a slow endpoint fill the host's slots
+    server.on("/track", stuck);
+    server.on("/network", Answer::json("{}"));
+    std::vector<std::string> order;
+    for (int i = 0; i < 6; ++i)
+        client.send(get(server.url("/track")), [&](HttpResponse) { order.push_back("track"); });
+    HttpRequest bid = get(server.url("/network"));
+    bid.method = "POST";
+    bid.lane = "bid";
+    client.send(std::move(bid), [&](HttpResponse r) { order.push_back(r.status == 200 ? "bid" : "bid failed"); });
+    ASSERT_TRUE(loop.runUntil([&] { return order.size() == 7; }, 60s));
+    EXPECT_EQ(order.front(), "bid") << "the bid was queued behind the trackers";
+}
+
 // Answers the first request on each connection and keeps it open, then resets
 // the connection when a second request arrives on it: a server whose keep-alive
 // timer fires just as the client reuses the connection.

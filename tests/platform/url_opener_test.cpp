@@ -84,6 +84,8 @@ TEST_F(UrlOpenerTest, RefusesHostileAndLocalStringsWithoutSpawning) {
         "https://example.com/<x>", "https://example.com/?a|b",
         "file:///etc/passwd", "FILE:///etc/passwd", "file:relative", "javascript:alert(1)",
         "data:text/html,hi", "about:blank", "view-source:https://example.com",
+        "admin:///etc/shadow", "trash:///", "ghelp:///proc/self/cwd", "help:///etc/passwd",
+        "man:ls", "archive://file%3A%2F%2F%2Fa.zip/", "sftp://h/etc", "smb://h/share",
         "https://example.com/" + std::string(40000, 'a'),
     };
     const auto answers = openAll(makeProgramURLOpener(script_, loop_), hostile);
