@@ -4,8 +4,8 @@
 #include <quov/QuovAd.h>
 
 #include "facade/QuovAdFlow.h"
-#include "platform/Application.h"
-#include "platform/Window.h"
+#include "platform/toolkit/Application.h"
+#include "platform/toolkit/Window.h"
 #include "view/QVAdView.h"
 
 #include <benchmark/benchmark.h>

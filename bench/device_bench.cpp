@@ -1,7 +1,7 @@
 #include <quov/QVDeviceInfo.h>
 #include <quov/QuovHost.h>
 
-#include "platform/fake_device.h"
+#include "tests/support/fake_device.h"
 
 #include <benchmark/benchmark.h>
 

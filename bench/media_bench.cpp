@@ -1,4 +1,4 @@
-#include "platform/ImageDecoder.h"
+#include "platform/media/ImageDecoder.h"
 
 #include <SDL.h>
 #include <SDL_image.h>

@@ -12,7 +12,7 @@
 #include "network/BidRequest.h"
 #include "network/BidServerBase.h"
 #include "network/ResponseRule.h"
-#include "platform/Log.h"
+#include "platform/runtime/Log.h"
 
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>

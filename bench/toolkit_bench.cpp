@@ -1,11 +1,11 @@
 // The toolkit's per-frame costs. Each benchmark also times a baseline in the same
 // run and reports the ratio, so figures compare across machines.
-#include "platform/Application.h"
-#include "platform/Button.h"
-#include "platform/ImageView.h"
-#include "platform/ResourceBundle.h"
-#include "platform/SdlBackend.h"
-#include "platform/SdlHeadless.h"
+#include "platform/toolkit/Application.h"
+#include "platform/toolkit/Button.h"
+#include "platform/toolkit/ImageView.h"
+#include "platform/media/ResourceBundle.h"
+#include "platform/sdl/SdlBackend.h"
+#include "tests/support/SdlHeadless.h"
 
 #include <quov/Log.h>
 

@@ -1,7 +1,7 @@
 #include <quov/QVDeviceInfo.h>
 #include <quov/QVRequestHelper.h>
 
-#include "platform/DevicePlatform.h"
+#include "platform/device/DevicePlatform.h"
 
 #include <arpa/inet.h>
 #include <uuid/uuid.h>

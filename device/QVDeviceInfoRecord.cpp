@@ -1,6 +1,6 @@
 #include <quov/QVDeviceInfo.h>
 
-#include "platform/DevicePlatform.h"
+#include "platform/device/DevicePlatform.h"
 
 #include <nlohmann/json.hpp>
 

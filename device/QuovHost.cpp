@@ -1,6 +1,6 @@
 #include <quov/QuovHost.h>
 
-#include "platform/linux_device.h"
+#include "platform/device/linux_device.h"
 
 namespace quov {
 

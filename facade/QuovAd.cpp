@@ -5,7 +5,7 @@
 #include <quov/QVRequestHelper.h>
 
 #include "facade/QuovAdFlow.h"
-#include "platform/Log.h"
+#include "platform/runtime/Log.h"
 
 #include <mutex>
 

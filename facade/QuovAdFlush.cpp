@@ -3,7 +3,7 @@
 #include <quov/MainLoop.h>
 
 #include "network/Tracking.h"
-#include "platform/Application.h"
+#include "platform/toolkit/Application.h"
 
 namespace quov {
 

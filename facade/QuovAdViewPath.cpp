@@ -1,7 +1,7 @@
 #include "facade/QuovAdFlow.h"
 
-#include "platform/Application.h"
-#include "platform/ImageViewURL.h"
+#include "platform/toolkit/Application.h"
+#include "platform/media/ImageViewURL.h"
 #include "view/QVAdView.h"
 
 namespace quov {

@@ -1,7 +1,7 @@
 #include <quov/QuovHost.h>
 
-#include "platform/Application.h"
-#include "platform/UrlOpener.h"
+#include "platform/toolkit/Application.h"
+#include "platform/opener/UrlOpener.h"
 
 namespace quov {
 

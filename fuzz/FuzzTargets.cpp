@@ -5,8 +5,8 @@
 #include "network/BidRequest.h"
 #include "network/ResponseRule.h"
 #include "network/Tracking.h"
-#include "platform/ImageDecoder.h"
-#include "platform/UrlSyntax.h"
+#include "platform/media/ImageDecoder.h"
+#include "platform/http/UrlSyntax.h"
 #include "view/QVAdView.h"
 
 #include <cstring>

@@ -1,7 +1,7 @@
 #include <quov/QVBidModel.h>
 #include <quov/QVRequestHelper.h>
 
-#include "platform/Log.h"
+#include "platform/runtime/Log.h"
 
 namespace quov {
 

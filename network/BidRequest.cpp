@@ -3,8 +3,8 @@
 #include <quov/QuovAd.h>
 
 #include "network/ResponseRule.h"
-#include "platform/DevicePlatform.h"
-#include "platform/Log.h"
+#include "platform/device/DevicePlatform.h"
+#include "platform/runtime/Log.h"
 
 #include <cctype>
 #include <cerrno>

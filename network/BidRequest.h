@@ -3,7 +3,7 @@
 #include <quov/QVDeviceInfo.h>
 #include <quov/QVRequestHelper.h>
 
-#include "platform/HttpClient.h"
+#include "platform/http/HttpClient.h"
 
 #include <nlohmann/json.hpp>
 

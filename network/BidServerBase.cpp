@@ -1,6 +1,6 @@
 #include "network/BidServerBase.h"
 
-#include "platform/Log.h"
+#include "platform/runtime/Log.h"
 
 #include <curl/curl.h>
 

@@ -2,7 +2,7 @@
 
 #include "network/BidRequest.h"
 #include "network/BidServerBase.h"
-#include "platform/HttpClient.h"
+#include "platform/http/HttpClient.h"
 
 namespace quov {
 

@@ -2,7 +2,7 @@
 
 #include <quov/QVError.h>
 
-#include "platform/HttpClient.h"
+#include "platform/http/HttpClient.h"
 
 #include <nlohmann/json.hpp>
 

@@ -3,8 +3,8 @@
 #include <quov/QVRequestHelper.h>
 
 #include "network/ResponseRule.h"
-#include "platform/HttpClient.h"
-#include "platform/Log.h"
+#include "platform/http/HttpClient.h"
+#include "platform/runtime/Log.h"
 
 #include <openssl/rand.h>
 

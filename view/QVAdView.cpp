@@ -1,7 +1,7 @@
 #include "view/QVAdView.h"
 
-#include "platform/Log.h"
-#include "platform/ResourceBundle.h"
+#include "platform/runtime/Log.h"
+#include "platform/media/ResourceBundle.h"
 
 #include <chrono>
 

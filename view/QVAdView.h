@@ -3,11 +3,11 @@
 #include <quov/Geometry.h>
 #include <quov/QVBidModel.h>
 
-#include "platform/Application.h"
-#include "platform/Button.h"
-#include "platform/ImageView.h"
-#include "platform/NotificationCenter.h"
-#include "platform/View.h"
+#include "platform/toolkit/Application.h"
+#include "platform/toolkit/Button.h"
+#include "platform/toolkit/ImageView.h"
+#include "platform/toolkit/NotificationCenter.h"
+#include "platform/toolkit/View.h"
 
 #include <functional>
 #include <memory>

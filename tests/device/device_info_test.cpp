@@ -3,8 +3,8 @@
 #include <quov/QVRequestHelper.h>
 #include <quov/QuovAd.h>
 
-#include "platform/fake_device.h"
-#include "platform/linux_device.h"
+#include "tests/support/fake_device.h"
+#include "platform/device/linux_device.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 #include <quov/QVDeviceInfo.h>
 #include <quov/QuovHost.h>
 
-#include "platform/linux_device.h"
+#include "platform/device/linux_device.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "platform/Application.h"
-#include "platform/linux_device.h"
+#include "platform/toolkit/Application.h"
+#include "platform/device/linux_device.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/ImageDecoder.h"
+#include "platform/media/ImageDecoder.h"
 
 #include "support/TestImages.h"
 

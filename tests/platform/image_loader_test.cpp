@@ -1,5 +1,5 @@
-#include "platform/ImageLoader.h"
-#include "platform/ImageViewURL.h"
+#include "platform/media/ImageLoader.h"
+#include "platform/media/ImageViewURL.h"
 
 #include "support/TestImages.h"
 #include "support/TestServer.h"

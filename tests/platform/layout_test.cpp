@@ -1,6 +1,6 @@
-#include "platform/LayoutSolver.h"
-#include "platform/View.h"
-#include "platform/Window.h"
+#include "platform/toolkit/LayoutSolver.h"
+#include "platform/toolkit/View.h"
+#include "platform/toolkit/Window.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/Log.h"
+#include "platform/runtime/Log.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>

@@ -2,12 +2,12 @@
 // and how it turns SDL events into touches and orientation changes.
 #include <quov/QuovSDL.h>  // first: the public header stands on its own
 
-#include "platform/Application.h"
-#include "platform/Button.h"
-#include "platform/ImageView.h"
-#include "platform/ResourceBundle.h"
-#include "platform/SdlBackend.h"
-#include "platform/SdlHeadless.h"
+#include "platform/toolkit/Application.h"
+#include "platform/toolkit/Button.h"
+#include "platform/toolkit/ImageView.h"
+#include "platform/media/ResourceBundle.h"
+#include "platform/sdl/SdlBackend.h"
+#include "tests/support/SdlHeadless.h"
 
 #include <gtest/gtest.h>
 

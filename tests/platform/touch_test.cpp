@@ -1,5 +1,5 @@
-#include "platform/Button.h"
-#include "platform/Window.h"
+#include "platform/toolkit/Button.h"
+#include "platform/toolkit/Window.h"
 
 #include <gtest/gtest.h>
 

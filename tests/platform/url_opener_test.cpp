@@ -1,4 +1,4 @@
-#include "platform/UrlOpener.h"
+#include "platform/opener/UrlOpener.h"
 
 #include <gtest/gtest.h>
 

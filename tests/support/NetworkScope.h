@@ -4,8 +4,8 @@
 #include <quov/QuovAd.h>
 
 #include "network/BidServerBase.h"
-#include "platform/DevicePlatform.h"
-#include "platform/fake_device.h"
+#include "platform/device/DevicePlatform.h"
+#include "tests/support/fake_device.h"
 
 #include <chrono>
 #include <functional>

@@ -6,8 +6,8 @@
 #include <quov/QuovSDL.h>
 
 #include "network/BidServerBase.h"
-#include "platform/Application.h"
-#include "platform/SdlHeadless.h"
+#include "platform/toolkit/Application.h"
+#include "tests/support/SdlHeadless.h"
 #include "support/RecordingDelegate.h"
 #include "tools/bid_server/BidServer.h"
 #include "view/QVAdView.h"

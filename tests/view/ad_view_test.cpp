@@ -1,7 +1,7 @@
 #include "view/QVAdView.h"
 
 #include "facade/QuovAdFlow.h"
-#include "platform/Window.h"
+#include "platform/toolkit/Window.h"
 #include "support/LogCapture.h"
 #include "support/RecordingDelegate.h"
 

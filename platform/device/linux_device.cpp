@@ -1,0 +1,603 @@
+#include "platform/device/linux_device.h"
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <ifaddrs.h>
+#include <net/route.h>
+#include <netinet/in.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string_view>
+
+namespace quov::platform {
+namespace {
+
+// Everything we read is a small text file; the cap keeps a hostile or odd file cheap.
+constexpr std::size_t kMaxFileBytes = 64 * 1024;
+
+std::optional<std::string> readFile(const std::string& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) return std::nullopt;
+    std::string out;
+    char buf[4096];
+    bool ok = true;
+    while (out.size() < kMaxFileBytes) {
+        ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            ok = false;
+            break;
+        }
+        if (n == 0) break;
+        out.append(buf, static_cast<std::size_t>(n));
+    }
+    ::close(fd);
+    if (!ok) return std::nullopt;
+    if (out.size() > kMaxFileBytes) out.resize(kMaxFileBytes);
+    return out;
+}
+
+std::string_view trim(std::string_view s) {
+    const char* ws = " \t\r\n\v\f";
+    auto b = s.find_first_not_of(ws);
+    if (b == std::string_view::npos) return {};
+    auto e = s.find_last_not_of(ws);
+    return s.substr(b, e - b + 1);
+}
+
+std::optional<std::string> readTrimmed(const std::string& path) {
+    auto content = readFile(path);
+    if (!content) return std::nullopt;
+    return std::string(trim(*content));
+}
+
+// Value of KEY in an os-release style file (KEY=value, optionally quoted).
+std::optional<std::string> envFileValue(std::string_view content, std::string_view key) {
+    std::optional<std::string> found;
+    while (!content.empty()) {
+        auto nl = content.find('\n');
+        std::string_view line = trim(content.substr(0, nl));
+        content = nl == std::string_view::npos ? std::string_view{} : content.substr(nl + 1);
+        if (line.empty() || line.front() == '#') continue;
+        auto eq = line.find('=');
+        if (eq == std::string_view::npos || trim(line.substr(0, eq)) != key) continue;
+        std::string_view raw = trim(line.substr(eq + 1));
+        std::string value;
+        if (!raw.empty() && (raw.front() == '"' || raw.front() == '\'')) {
+            const char quote = raw.front();
+            for (std::size_t i = 1; i < raw.size() && raw[i] != quote; ++i) {
+                if (quote == '"' && raw[i] == '\\' && i + 1 < raw.size()) ++i;
+                value += raw[i];
+            }
+        } else {
+            value = raw;
+        }
+        found = std::move(value);  // the last assignment wins, as in a shell
+    }
+    return found;
+}
+
+bool allDigits(std::string_view s) {
+    return !s.empty() && std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isdigit(c); });
+}
+
+// Chassis words we understand; others are treated as unknown.
+constexpr std::string_view kChassisWords[] = {"desktop", "laptop", "convertible", "server",
+                                              "tablet",  "handset", "watch",     "embedded",
+                                              "vm",      "container"};
+
+bool knownChassis(std::string_view word) {
+    return std::find(std::begin(kChassisWords), std::end(kChassisWords), word) != std::end(kChassisWords);
+}
+
+// SMBIOS chassis types (DMI "chassis_type") to chassis words.
+std::string_view chassisFromDmi(int type) {
+    switch (type) {
+        case 3: case 4: case 5: case 6: case 7: case 13: case 15: case 16: case 24: case 35: case 36:
+            return "desktop";
+        case 8: case 9: case 10: case 14:
+            return "laptop";
+        case 11:
+            return "handset";
+        case 17: case 23: case 25: case 28: case 29:
+            return "server";
+        case 30:
+            return "tablet";
+        case 31: case 32:
+            return "convertible";
+        default:
+            return {};
+    }
+}
+
+struct Route {
+    std::string iface;
+    std::uint32_t destination = 0;  // network byte order, as the kernel prints it
+    std::uint32_t mask = 0;
+    unsigned flags = 0;
+    long metric = 0;
+};
+
+bool parseHex32(std::string_view s, std::uint32_t& out) {
+    if (s.empty() || s.size() > 8) return false;
+    std::uint32_t v = 0;
+    for (char c : s) {
+        int d;
+        if (c >= '0' && c <= '9') d = c - '0';
+        else if (c >= 'a' && c <= 'f') d = c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F') d = c - 'A' + 10;
+        else return false;
+        v = (v << 4) | static_cast<std::uint32_t>(d);
+    }
+    out = v;
+    return true;
+}
+
+// The kernel prints each 32-bit field as the in-memory word, so the parsed value is
+// the s_addr as it stands; masks and destinations compare without byte swapping.
+std::optional<std::vector<Route>> readRoutes(const std::string& path) {
+    auto content = readFile(path);
+    if (!content) return std::nullopt;
+    std::vector<Route> routes;
+    std::string_view rest = *content;
+    bool header = true;
+    while (!rest.empty()) {
+        auto nl = rest.find('\n');
+        std::string_view line = rest.substr(0, nl);
+        rest = nl == std::string_view::npos ? std::string_view{} : rest.substr(nl + 1);
+        if (header) {
+            header = false;
+            continue;
+        }
+        std::vector<std::string_view> fields;
+        std::size_t i = 0;
+        while (i < line.size()) {
+            while (i < line.size() && std::isspace(static_cast<unsigned char>(line[i]))) ++i;
+            std::size_t start = i;
+            while (i < line.size() && !std::isspace(static_cast<unsigned char>(line[i]))) ++i;
+            if (i > start) fields.push_back(line.substr(start, i - start));
+        }
+        if (fields.size() < 8) continue;
+        Route r;
+        std::uint32_t flags = 0, metric = 0;
+        if (!parseHex32(fields[1], r.destination) || !parseHex32(fields[3], flags) ||
+            !parseHex32(fields[7], r.mask) || !allDigits(fields[6]) || fields[6].size() > 9)
+            continue;
+        metric = static_cast<std::uint32_t>(std::strtoul(std::string(fields[6]).c_str(), nullptr, 10));
+        r.iface = std::string(fields[0]);
+        r.flags = flags;
+        r.metric = static_cast<long>(metric);
+        routes.push_back(std::move(r));
+    }
+    return routes;
+}
+
+// The usable route for address (network byte order): longest mask, then lowest metric.
+const Route* bestRoute(const std::vector<Route>& routes, std::uint32_t address) {
+    const Route* best = nullptr;
+    for (const auto& r : routes) {
+        if (!(r.flags & RTF_UP) || (address & r.mask) != r.destination) continue;
+        if (!best) {
+            best = &r;
+            continue;
+        }
+        const int bits = __builtin_popcount(r.mask), bestBits = __builtin_popcount(best->mask);
+        if (bits > bestBits || (bits == bestBits && r.metric < best->metric)) best = &r;
+    }
+    return best;
+}
+
+// The default route with the lowest metric: the interface traffic leaves by.
+const Route* defaultRoute(const std::vector<Route>& routes) {
+    const Route* best = nullptr;
+    for (const auto& r : routes) {
+        if (!(r.flags & RTF_UP) || r.destination != 0 || r.mask != 0) continue;
+        if (!best || r.metric < best->metric) best = &r;
+    }
+    return best;
+}
+
+// Interface names come from a file we read; never let one walk out of the sysfs directory.
+bool safeInterfaceName(const std::string& name) {
+    return !name.empty() && name.size() < 64 && name != "." && name != ".." &&
+           name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
+}
+
+// Turns a POSIX locale name into a language tag: "en_US.UTF-8" gives "en-US".
+std::optional<std::string> localeToTag(std::string_view locale) {
+    locale = trim(locale);
+    locale = locale.substr(0, locale.find_first_of(".@"));
+    if (locale.empty() || locale == "C" || locale == "POSIX") return std::nullopt;
+    auto sep = locale.find_first_of("_-");
+    std::string_view lang = locale.substr(0, sep);
+    std::string_view region = sep == std::string_view::npos ? std::string_view{} : locale.substr(sep + 1);
+    if (lang.size() < 2 || lang.size() > 8 ||
+        !std::all_of(lang.begin(), lang.end(), [](unsigned char c) { return std::isalpha(c); }))
+        return std::nullopt;
+    std::string tag;
+    for (char c : lang) tag += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (sep != std::string_view::npos) {
+        bool alpha2 = region.size() == 2 &&
+                      std::all_of(region.begin(), region.end(), [](unsigned char c) { return std::isalpha(c); });
+        bool digit3 = region.size() == 3 && allDigits(region);
+        if (!alpha2 && !digit3) return std::nullopt;
+        tag += '-';
+        for (char c : region) tag += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    return tag;
+}
+
+// A machine id is 32 hex digits; anything else (empty, "uninitialized", truncated) is none.
+std::optional<std::string> validMachineId(const std::optional<std::string>& raw) {
+    if (!raw) return std::nullopt;
+    std::string_view id = trim(*raw);
+    if (id.size() != 32 ||
+        !std::all_of(id.begin(), id.end(), [](unsigned char c) { return std::isxdigit(c); }))
+        return std::nullopt;
+    std::string out;
+    for (char c : id) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (out == std::string(32, '0')) return std::nullopt;
+    return out;
+}
+
+std::string executableName() {
+    const char* name = program_invocation_short_name;
+    return name ? std::string(name) : std::string();
+}
+
+}  // namespace
+
+std::shared_ptr<LinuxDevicePlatform> LinuxDevicePlatform::shared() {
+    static auto* instance = new std::shared_ptr<LinuxDevicePlatform>(std::make_shared<LinuxDevicePlatform>());
+    return *instance;
+}
+
+LinuxDevicePlatform::LinuxDevicePlatform(Options options) : options_(std::move(options)) {}
+
+// ---- setters ----
+
+void LinuxDevicePlatform::setBundleInfo(std::map<std::string, std::string> info) {
+    std::lock_guard lock(mutex_);
+    bundleInfo_ = std::move(info);
+}
+
+void LinuxDevicePlatform::setAdvertisingIdentifier(std::optional<std::string> identifier, bool trackingEnabled) {
+    std::lock_guard lock(mutex_);
+    trackingEnabled_ = identifier.has_value() && trackingEnabled;
+    advertisingIdentifier_ = std::move(identifier);
+}
+
+void LinuxDevicePlatform::setCarrierName(std::optional<std::string> name) {
+    std::lock_guard lock(mutex_);
+    carrierName_ = std::move(name);
+}
+
+void LinuxDevicePlatform::setMainScreen(const MainScreen& screen) {
+    std::lock_guard lock(mutex_);
+    screen_ = screen;
+}
+
+void LinuxDevicePlatform::setApplicationState(ApplicationState state) {
+    std::lock_guard lock(mutex_);
+    appState_ = state;
+}
+
+void LinuxDevicePlatform::setScreenProvider(std::function<MainScreen()> provider) {
+    std::lock_guard lock(mutex_);
+    screenProvider_ = std::move(provider);
+}
+
+void LinuxDevicePlatform::setApplicationStateProvider(std::function<ApplicationState()> provider) {
+    std::lock_guard lock(mutex_);
+    appStateProvider_ = std::move(provider);
+}
+
+std::optional<std::string> LinuxDevicePlatform::env(const std::string& name) const {
+    if (options_.environment) return options_.environment(name);
+    const char* v = std::getenv(name.c_str());
+    return v ? std::optional<std::string>(v) : std::nullopt;
+}
+
+// ---- system and model ----
+
+std::string LinuxDevicePlatform::machineIdentifier() const {
+    struct utsname u {};
+    if (::uname(&u) != 0) return std::string();
+    return u.machine;
+}
+
+std::string LinuxDevicePlatform::systemName() const { return "Linux"; }
+
+std::string LinuxDevicePlatform::systemVersion() const {
+    for (const char* file : {"/etc/os-release", "/usr/lib/os-release"}) {
+        auto content = readFile(path(file));
+        if (!content) continue;
+        auto v = envFileValue(*content, "VERSION_ID");
+        if (v && !trim(*v).empty()) return std::string(trim(*v));
+        break;  // the first file that exists is authoritative
+    }
+    if (auto release = readTrimmed(path("/proc/sys/kernel/osrelease")); release && !release->empty())
+        return *release;
+    struct utsname u {};
+    if (::uname(&u) != 0) return std::string();
+    return u.release;
+}
+
+std::string LinuxDevicePlatform::chassis() const {
+    if (auto info = readFile(path("/etc/machine-info"))) {
+        if (auto c = envFileValue(*info, "CHASSIS"); c && knownChassis(*c)) return *c;
+    }
+    if (auto dt = readFile(path("/sys/firmware/devicetree/base/chassis-type"))) {
+        std::string word(trim(std::string_view(dt->c_str())));  // the property ends in a NUL
+        if (knownChassis(word)) return word;
+    }
+    if (auto dmi = readTrimmed(path("/sys/class/dmi/id/chassis_type")); dmi && allDigits(*dmi) && dmi->size() < 4) {
+        return std::string(chassisFromDmi(std::atoi(dmi->c_str())));
+    }
+    return std::string();
+}
+
+std::string LinuxDevicePlatform::model() const {
+    static const std::map<std::string, std::string, std::less<>> words = {
+        {"desktop", "Desktop"}, {"laptop", "Laptop"},     {"convertible", "Convertible"},
+        {"server", "Server"},   {"tablet", "Tablet"},     {"handset", "Handset"},
+        {"watch", "Watch"},     {"embedded", "Embedded"}, {"vm", "Virtual Machine"},
+        {"container", "Container"}};
+    auto it = words.find(chassis());
+    return it == words.end() ? std::string("Computer") : it->second;
+}
+
+std::optional<int> LinuxDevicePlatform::userInterfaceIdiom() const {
+    std::string c = chassis();
+    if (c.empty()) return std::nullopt;
+    if (c == "handset") return kIdiomPhone;
+    if (c == "tablet") return kIdiomPad;
+    return kIdiomDesktop;
+}
+
+// ---- main screen ----
+
+MainScreen LinuxDevicePlatform::screen() const {
+    std::function<MainScreen()> provider;
+    {
+        std::lock_guard lock(mutex_);
+        if (!screenProvider_) return screen_;
+        provider = screenProvider_;
+    }
+    return provider();
+}
+
+bool LinuxDevicePlatform::screenAnswersDisplayLink() const { return true; }
+double LinuxDevicePlatform::screenScale() const { return screen().scale; }
+bool LinuxDevicePlatform::screensAnswerCurrentMode() const { return true; }
+
+Size LinuxDevicePlatform::screenCurrentModeSize() const {
+    MainScreen s = screen();
+    if (s.currentModePixels) return *s.currentModePixels;
+    return Size{s.bounds.width * s.scale, s.bounds.height * s.scale};
+}
+
+Size LinuxDevicePlatform::screenBounds() const { return screen().bounds; }
+
+// ---- identity ----
+
+std::optional<std::string> LinuxDevicePlatform::identifierForVendor() const {
+    auto machineId = validMachineId(readFile(path("/etc/machine-id")));
+    if (!machineId) machineId = validMachineId(readFile(path("/var/lib/dbus/machine-id")));
+    if (!machineId) return std::nullopt;
+
+    auto info = bundleInfo();
+    auto it = info.find("CFBundleIdentifier");
+    const std::string key = it == info.end() ? std::string() : it->second;
+
+    // Keyed by the application so two apps on one machine cannot correlate users,
+    // and the machine id itself never leaves the device.
+    unsigned char mac[EVP_MAX_MD_SIZE];
+    unsigned int macLen = 0;
+    static const unsigned char kEmpty[1] = {0};
+    const void* keyData = key.empty() ? static_cast<const void*>(kEmpty) : key.data();
+    if (!HMAC(EVP_sha256(), keyData, static_cast<int>(key.size()),
+              reinterpret_cast<const unsigned char*>(machineId->data()), machineId->size(), mac, &macLen) ||
+        macLen < 16)
+        return std::nullopt;
+    mac[6] = static_cast<unsigned char>((mac[6] & 0x0F) | 0x40);  // a well-formed version 4 UUID
+    mac[8] = static_cast<unsigned char>((mac[8] & 0x3F) | 0x80);
+    char out[37];
+    std::snprintf(out, sizeof out,
+                  "%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X", mac[0], mac[1],
+                  mac[2], mac[3], mac[4], mac[5], mac[6], mac[7], mac[8], mac[9], mac[10], mac[11], mac[12],
+                  mac[13], mac[14], mac[15]);
+    return std::string(out);
+}
+
+std::string LinuxDevicePlatform::advertisingIdentifier() const {
+    std::lock_guard lock(mutex_);
+    return advertisingIdentifier_.value_or("00000000-0000-0000-0000-000000000000");
+}
+
+bool LinuxDevicePlatform::advertisingTrackingEnabled() const {
+    std::lock_guard lock(mutex_);
+    return trackingEnabled_;
+}
+
+// ---- network ----
+
+std::optional<std::string> LinuxDevicePlatform::primaryInterfaceName() const {
+    auto routes = readRoutes(path("/proc/net/route"));
+    if (!routes) return std::nullopt;
+    const Route* r = defaultRoute(*routes);
+    if (!r || !safeInterfaceName(r->iface)) return std::nullopt;
+    return r->iface;
+}
+
+std::optional<HardwareAddress> LinuxDevicePlatform::hardwareAddress(const std::string& interface) const {
+    if (!safeInterfaceName(interface)) return std::nullopt;
+    auto text = readTrimmed(path("/sys/class/net/") + interface + "/address");
+    if (!text || text->size() != 17) return std::nullopt;
+    HardwareAddress out{};
+    for (std::size_t i = 0; i < 6; ++i) {
+        std::uint32_t byte = 0;
+        if ((i < 5 && (*text)[i * 3 + 2] != ':') || !parseHex32(std::string_view(*text).substr(i * 3, 2), byte))
+            return std::nullopt;
+        out[i] = static_cast<std::uint8_t>(byte);
+    }
+    return out;
+}
+
+std::optional<std::vector<InterfaceAddress>> LinuxDevicePlatform::interfaceAddresses() const {
+    struct ifaddrs* list = nullptr;
+    if (::getifaddrs(&list) != 0) return std::nullopt;
+    std::vector<InterfaceAddress> out;
+    for (auto* a = list; a; a = a->ifa_next) {
+        InterfaceAddress entry;
+        entry.name = a->ifa_name ? a->ifa_name : "";
+        entry.family = a->ifa_addr ? a->ifa_addr->sa_family : 0;
+        if (entry.family == AF_INET)
+            entry.ipv4 = reinterpret_cast<const sockaddr_in*>(a->ifa_addr)->sin_addr.s_addr;
+        out.push_back(std::move(entry));
+    }
+    ::freeifaddrs(list);
+    return out;
+}
+
+std::optional<std::string> LinuxDevicePlatform::carrierName() const {
+    std::lock_guard lock(mutex_);
+    return carrierName_;
+}
+
+std::optional<std::uint32_t> LinuxDevicePlatform::reachabilityFlags(const std::string& hostName) const {
+    // Only numeric hosts are looked up in the table; a name would need DNS, so a
+    // name is answered by the default route.
+    in_addr numeric{};
+    const bool isNumeric = ::inet_pton(AF_INET, hostName.c_str(), &numeric) == 1;
+    if (isNumeric && (ntohl(numeric.s_addr) >> 24) == 127) return kReachable;
+
+    auto routes = readRoutes(path("/proc/net/route"));
+    if (!routes) return std::nullopt;
+    const Route* r = isNumeric ? bestRoute(*routes, numeric.s_addr) : defaultRoute(*routes);
+    if (!r) return 0u;
+
+    std::uint32_t flags = kReachable;
+    const std::string& name = r->iface;
+    bool cellular = name.rfind("wwan", 0) == 0 || name.rfind("rmnet", 0) == 0 || name.rfind("ccmni", 0) == 0;
+    if (!cellular && safeInterfaceName(name)) {
+        if (auto uevent = readFile(path("/sys/class/net/") + name + "/uevent"))
+            cellular = envFileValue(*uevent, "DEVTYPE") == std::optional<std::string>("wwan");
+    }
+    if (cellular) flags |= kIsCellular;
+    return flags;
+}
+
+// ---- locale, bundle, application, battery ----
+
+std::vector<std::string> LinuxDevicePlatform::preferredLanguages() const {
+    std::vector<std::string> out;
+    auto add = [&out](std::string_view locale) {
+        if (auto tag = localeToTag(locale); tag && std::find(out.begin(), out.end(), *tag) == out.end())
+            out.push_back(*tag);
+    };
+    if (auto list = env("LANGUAGE")) {
+        std::string_view rest = *list;
+        while (true) {
+            auto colon = rest.find(':');
+            add(rest.substr(0, colon));
+            if (colon == std::string_view::npos) break;
+            rest = rest.substr(colon + 1);
+        }
+    }
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        auto v = env(name);
+        if (v && !v->empty()) {
+            add(*v);
+            break;  // the first one set is the effective locale
+        }
+    }
+    // The C locale (or none at all) is an English-speaking default, not "no language".
+    if (out.empty()) out.push_back("en");
+    return out;
+}
+
+std::map<std::string, std::string> LinuxDevicePlatform::bundleInfo() const {
+    std::map<std::string, std::string> info;
+    if (std::string exe = executableName(); !exe.empty()) {
+        info["CFBundleName"] = exe;
+        info["CFBundleExecutable"] = exe;
+    }
+    std::lock_guard lock(mutex_);
+    for (const auto& [k, v] : bundleInfo_) info[k] = v;
+    return info;
+}
+
+int LinuxDevicePlatform::applicationState() const {
+    std::function<ApplicationState()> provider;
+    {
+        std::lock_guard lock(mutex_);
+        if (!appStateProvider_) return static_cast<int>(appState_);
+        provider = appStateProvider_;
+    }
+    return static_cast<int>(provider());
+}
+
+namespace {
+
+// The system battery: the first power supply of type Battery (in name order) that is
+// not a peripheral's ("scope" Device is a mouse or a headset).
+std::optional<std::string> findBattery(const std::string& dir) {
+    DIR* d = ::opendir(dir.c_str());
+    if (!d) return std::nullopt;
+    std::vector<std::string> names;
+    while (auto* e = ::readdir(d)) {
+        std::string n = e->d_name;
+        if (n != "." && n != "..") names.push_back(std::move(n));
+    }
+    ::closedir(d);
+    std::sort(names.begin(), names.end());
+    for (const auto& n : names) {
+        std::string base = dir + "/" + n;
+        auto type = readTrimmed(base + "/type");
+        if (!type || *type != "Battery") continue;
+        if (auto scope = readTrimmed(base + "/scope"); scope && *scope == "Device") continue;
+        return base;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::int32_t> LinuxDevicePlatform::batteryCapacity() const {
+    auto battery = findBattery(path("/sys/class/power_supply"));
+    if (!battery) return std::nullopt;
+    auto text = readTrimmed(*battery + "/capacity");
+    if (!text || text->empty() || text->size() > 11) return std::nullopt;
+    std::string_view digits = *text;
+    if (digits.front() == '-' || digits.front() == '+') digits.remove_prefix(1);
+    if (!allDigits(digits)) return std::nullopt;
+    long long v = std::strtoll(text->c_str(), nullptr, 10);
+    if (v < std::numeric_limits<std::int32_t>::min() || v > std::numeric_limits<std::int32_t>::max())
+        return std::nullopt;
+    return static_cast<std::int32_t>(v);
+}
+
+int LinuxDevicePlatform::batteryState() const {
+    auto battery = findBattery(path("/sys/class/power_supply"));
+    if (!battery) return kBatteryUnknown;
+    auto status = readTrimmed(*battery + "/status");
+    if (!status) return kBatteryUnknown;
+    if (*status == "Discharging" || *status == "Not charging") return kBatteryUnplugged;
+    if (*status == "Charging") return kBatteryCharging;
+    if (*status == "Full") return kBatteryFull;
+    return kBatteryUnknown;
+}
+
+}  // namespace quov::platform

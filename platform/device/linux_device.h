@@ -1,0 +1,90 @@
+#pragma once
+
+#include <quov/QuovHost.h>
+
+#include "platform/device/DevicePlatform.h"
+
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace quov::platform {
+
+/// The Linux device platform. Facts come from the file system (os-release,
+/// machine-info, DMI, the routing table, sysfs network and power-supply entries),
+/// uname, getifaddrs and the locale environment; nothing is sent on the network and
+/// nothing is cached. Answers the phone platform got from its toolkit (screen,
+/// application state) or from system services (bundle, advertising identifier,
+/// carrier) come from setters; the setters are thread-safe.
+class LinuxDevicePlatform final : public DevicePlatform {
+public:
+    struct Options {
+        /// Prefix for every file read ("/proc/...", "/sys/...", "/etc/..."); empty is the real root.
+        std::string root;
+        /// Environment lookup for the locale variables; empty uses getenv.
+        std::function<std::optional<std::string>(const std::string& name)> environment;
+    };
+
+    /// The process's instance, the one QuovHost configures. Never destroyed.
+    static std::shared_ptr<LinuxDevicePlatform> shared();
+
+    LinuxDevicePlatform() : LinuxDevicePlatform(Options{}) {}
+    explicit LinuxDevicePlatform(Options options);
+
+    // ---- what the host or the toolkit supplies ----
+    void setBundleInfo(std::map<std::string, std::string> info);
+    void setAdvertisingIdentifier(std::optional<std::string> identifier, bool trackingEnabled);
+    void setCarrierName(std::optional<std::string> name);
+    void setMainScreen(const MainScreen& screen);
+    void setApplicationState(ApplicationState state);
+    /// A toolkit's live answers; they win over the plain values above. Empty removes.
+    /// Called on the thread that builds the record (the main thread).
+    void setScreenProvider(std::function<MainScreen()> provider);
+    void setApplicationStateProvider(std::function<ApplicationState()> provider);
+
+    // ---- DevicePlatform ----
+    std::string machineIdentifier() const override;
+    std::string systemName() const override;
+    std::string systemVersion() const override;
+    std::string model() const override;
+    std::optional<int> userInterfaceIdiom() const override;
+    bool screenAnswersDisplayLink() const override;
+    double screenScale() const override;
+    bool screensAnswerCurrentMode() const override;
+    Size screenCurrentModeSize() const override;
+    Size screenBounds() const override;
+    std::optional<std::string> identifierForVendor() const override;
+    std::string advertisingIdentifier() const override;
+    bool advertisingTrackingEnabled() const override;
+    std::optional<std::string> primaryInterfaceName() const override;
+    std::optional<HardwareAddress> hardwareAddress(const std::string& interface) const override;
+    std::optional<std::vector<InterfaceAddress>> interfaceAddresses() const override;
+    std::optional<std::string> carrierName() const override;
+    std::optional<std::uint32_t> reachabilityFlags(const std::string& hostName) const override;
+    std::vector<std::string> preferredLanguages() const override;
+    std::map<std::string, std::string> bundleInfo() const override;
+    int applicationState() const override;
+    std::optional<std::int32_t> batteryCapacity() const override;
+    int batteryState() const override;
+
+    /// The chassis word ("handset", "tablet", "laptop", ...) or empty when unknown.
+    std::string chassis() const;
+
+private:
+    std::string path(const char* absolute) const { return options_.root + absolute; }
+    std::optional<std::string> env(const std::string& name) const;
+    MainScreen screen() const;
+
+    Options options_;
+    mutable std::mutex mutex_;  // guards the host-supplied values below
+    std::map<std::string, std::string> bundleInfo_;
+    std::optional<std::string> advertisingIdentifier_;
+    bool trackingEnabled_ = false;
+    std::optional<std::string> carrierName_;
+    MainScreen screen_;
+    ApplicationState appState_ = ApplicationState::Active;
+    std::function<MainScreen()> screenProvider_;
+    std::function<ApplicationState()> appStateProvider_;
+};
+
+}  // namespace quov::platform

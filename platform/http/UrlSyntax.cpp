@@ -1,0 +1,61 @@
+#include "platform/http/UrlSyntax.h"
+
+namespace quov::platform {
+namespace {
+
+bool isAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isHex(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+// Unreserved, gen-delims and sub-delims; '%' is checked with its two digits.
+bool isURLChar(char c) {
+    if (isAlpha(c) || isDigit(c)) return true;
+    switch (c) {
+        case '-': case '.': case '_': case '~':
+        case ':': case '/': case '?': case '#': case '[': case ']': case '@':
+        case '!': case '$': case '&': case '\'': case '(': case ')':
+        case '*': case '+': case ',': case ';': case '=':
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+std::optional<std::string> absoluteURLScheme(std::string_view text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '%') {
+            if (i + 2 >= text.size() || !isHex(text[i + 1]) || !isHex(text[i + 2]))
+                return std::nullopt;
+            i += 2;
+        } else if (!isURLChar(c)) {
+            return std::nullopt;
+        }
+    }
+
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos || colon < 2 || colon + 1 == text.size())
+        return std::nullopt;
+    if (!isAlpha(text[0])) return std::nullopt;
+    std::string scheme;
+    for (std::size_t i = 0; i < colon; ++i) {
+        const char c = text[i];
+        if (!isAlpha(c) && !isDigit(c) && c != '+' && c != '-' && c != '.') return std::nullopt;
+        scheme += static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    }
+
+    if (scheme == "http" || scheme == "https") {
+        const std::string_view rest = text.substr(colon + 1);
+        if (rest.substr(0, 2) != "//") return std::nullopt;
+        const std::string_view authority = rest.substr(2, rest.find_first_of("/?#", 2) - 2);
+        const std::size_t at = authority.rfind('@');
+        const std::string_view hostPort =
+            at == std::string_view::npos ? authority : authority.substr(at + 1);
+        if (hostPort.empty() || hostPort[0] == ':') return std::nullopt;
+    }
+    return scheme;
+}
+
+}  // namespace quov::platform

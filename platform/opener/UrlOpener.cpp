@@ -1,0 +1,286 @@
+#include "platform/opener/UrlOpener.h"
+
+#include "platform/http/UrlSyntax.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+extern char** environ;
+
+namespace quov::platform {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Far beyond any real landing page, well below the kernel's argument limits.
+constexpr std::size_t kMaxURLBytes = 32 * 1024;
+
+// Schemes a desktop resolves to local files, inline content or browser internals:
+// nothing an ad should be able to make us open.
+constexpr std::string_view kLocalSchemes[] = {
+    "file", "data", "javascript", "vbscript", "about", "blob", "filesystem",
+    "view-source", "resource", "chrome", "jar", "smb", "nfs",
+    // Desktop virtual file systems and help viewers that resolve to local files,
+    // and remote mounts a file manager would open.
+    "admin", "trash", "recent", "computer", "archive", "burn", "network", "ghelp", "help", "man",
+    "info", "applications", "fonts", "sftp", "ftp", "ftps", "dav", "davs", "afp", "ssh", "mtp",
+    "gphoto2", "obex"};
+
+bool acceptable(const std::optional<std::string>& url) {
+    if (!url || url->empty() || url->size() > kMaxURLBytes) return false;
+    // Every scheme starts with a letter, so a leading '-' never gets this far;
+    // the check stays explicit because it is what keeps options out of argv.
+    if ((*url)[0] == '-') return false;
+    const auto scheme = absoluteURLScheme(*url);
+    if (!scheme) return false;
+    return std::find(std::begin(kLocalSchemes), std::end(kLocalSchemes), *scheme) ==
+           std::end(kLocalSchemes);
+}
+
+void answer(MainLoop& loop, URLOpenCompletion completion, bool opened) {
+    loop.post([completion = std::move(completion), opened] {
+        if (completion) completion(opened);
+    });
+}
+
+class FileActions {
+public:
+    FileActions() { ::posix_spawn_file_actions_init(&fa_); }
+    ~FileActions() { ::posix_spawn_file_actions_destroy(&fa_); }
+    FileActions(const FileActions&) = delete;
+    FileActions& operator=(const FileActions&) = delete;
+    posix_spawn_file_actions_t* get() { return &fa_; }
+
+private:
+    posix_spawn_file_actions_t fa_;
+};
+
+class SpawnAttr {
+public:
+    SpawnAttr() { ::posix_spawnattr_init(&attr_); }
+    ~SpawnAttr() { ::posix_spawnattr_destroy(&attr_); }
+    SpawnAttr(const SpawnAttr&) = delete;
+    SpawnAttr& operator=(const SpawnAttr&) = delete;
+    posix_spawnattr_t* get() { return &attr_; }
+
+private:
+    posix_spawnattr_t attr_;
+};
+
+// Returns the child's pid, or -1 when it could not be started.
+pid_t spawnOpener(const std::string& program, const std::string& url) {
+    FileActions actions;
+    // Descriptors the host opened without O_CLOEXEC must not reach the browser,
+    // nor may it read the host's terminal. Running in "/" keeps a URL such as
+    // "name:thing" from naming a file in the host's working directory.
+    if (::posix_spawn_file_actions_addopen(actions.get(), 0, "/dev/null", O_RDONLY, 0) != 0 ||
+        ::posix_spawn_file_actions_addclosefrom_np(actions.get(), 3) != 0 ||
+        ::posix_spawn_file_actions_addchdir_np(actions.get(), "/") != 0)
+        return -1;
+
+    SpawnAttr attr;
+    sigset_t none, all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    // Its own session: the host's Ctrl-C or hang-up does not close the browser, and
+    // signals the host ignores or blocks (SIGPIPE, SIGCHLD) are normal again there.
+    short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID;
+    if (::posix_spawnattr_setflags(attr.get(), flags) != 0 ||
+        ::posix_spawnattr_setsigmask(attr.get(), &none) != 0 ||
+        ::posix_spawnattr_setsigdefault(attr.get(), &all) != 0)
+        return -1;
+
+    std::string arg0 = program, arg1 = url;
+    char* argv[] = {arg0.data(), arg1.data(), nullptr};
+    pid_t pid = -1;
+    if (::posix_spawnp(&pid, program.c_str(), actions.get(), attr.get(), argv, environ) != 0)
+        return -1;
+    return pid;
+}
+
+// Through syscall(): this libc's <sys/pidfd.h> lacks C linkage for C++.
+int pidfdOpen(pid_t pid) {
+#ifdef SYS_pidfd_open
+    return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+#else
+    (void)pid;
+    return -1;
+#endif
+}
+
+struct Child {
+    pid_t pid = -1;
+    int pidfd = -1;  // wakes the worker on exit; -1 where the kernel has none
+    Clock::time_point deadline;
+    URLOpenCompletion completion;
+    bool answered = false;
+};
+
+struct Request {
+    std::string url;
+    URLOpenCompletion completion;
+};
+
+// Spawns and watches children on a worker that lives only while there is work, so
+// an idle opener costs no thread and a dropped one leaves nothing running.
+class Spawner : public std::enable_shared_from_this<Spawner> {
+public:
+    Spawner(std::string program, MainLoop& loop, std::chrono::milliseconds patience)
+        : program_(std::move(program)), loop_(loop), patience_(patience) {
+        wakeFd_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+        if (wakeFd_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+    ~Spawner() { ::close(wakeFd_); }
+    Spawner(const Spawner&) = delete;
+    Spawner& operator=(const Spawner&) = delete;
+
+    void submit(std::string url, URLOpenCompletion completion) {
+        std::unique_lock lock(mutex_);
+        queue_.push_back({std::move(url), std::move(completion)});
+        if (running_) {
+            lock.unlock();
+            wake();
+            return;
+        }
+        try {
+            std::thread([self = shared_from_this()] { self->run(); }).detach();
+            running_ = true;
+        } catch (const std::system_error&) {
+            Request request = std::move(queue_.back());
+            queue_.pop_back();
+            lock.unlock();
+            answer(loop_, std::move(request.completion), false);
+        }
+    }
+
+private:
+    void wake() {
+        const std::uint64_t one = 1;
+        while (::write(wakeFd_, &one, sizeof one) < 0 && errno == EINTR) {}
+    }
+
+    void run() {
+        std::vector<Child> children;
+        for (;;) {
+            std::deque<Request> batch;
+            {
+                std::lock_guard lock(mutex_);
+                if (queue_.empty() && children.empty()) {
+                    running_ = false;
+                    return;
+                }
+                batch.swap(queue_);
+            }
+            for (auto& request : batch) start(request, children);
+            reap(children);
+            if (!children.empty()) sleep(children);
+        }
+    }
+
+    void start(Request& request, std::vector<Child>& children) {
+        const pid_t pid = spawnOpener(program_, request.url);
+        if (pid < 0) {
+            answer(loop_, std::move(request.completion), false);
+            return;
+        }
+        Child child;
+        child.pid = pid;
+        child.pidfd = pidfdOpen(pid);
+        child.deadline = Clock::now() + patience_;
+        child.completion = std::move(request.completion);
+        children.push_back(std::move(child));
+    }
+
+    // Only our own pids are waited for: the host's children are none of our business.
+    void reap(std::vector<Child>& children) {
+        const auto now = Clock::now();
+        for (auto it = children.begin(); it != children.end();) {
+            int status = 0;
+            pid_t r;
+            do {
+                r = ::waitpid(it->pid, &status, WNOHANG);
+            } while (r < 0 && errno == EINTR);
+            if (r == 0) {
+                if (!it->answered && now >= it->deadline) settle(*it, true);
+                ++it;
+                continue;
+            }
+            // r < 0 (ECHILD): the host ignores SIGCHLD or reaped it itself; the
+            // status is lost, and a program that started counts as opened.
+            const bool opened = r < 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0);
+            if (!it->answered) settle(*it, opened);
+            if (it->pidfd >= 0) ::close(it->pidfd);
+            it = children.erase(it);
+        }
+    }
+
+    void settle(Child& child, bool opened) {
+        child.answered = true;
+        answer(loop_, std::move(child.completion), opened);
+    }
+
+    void sleep(const std::vector<Child>& children) {
+        std::vector<pollfd> fds{{wakeFd_, POLLIN, 0}};
+        auto timeout = std::chrono::milliseconds::max();
+        const auto now = Clock::now();
+        for (const auto& child : children) {
+            if (child.pidfd >= 0)
+                fds.push_back({child.pidfd, POLLIN, 0});
+            else
+                timeout = std::min(timeout, std::chrono::milliseconds(50));
+            if (!child.answered)
+                timeout = std::min(timeout, std::max(std::chrono::milliseconds(0),
+                                                     std::chrono::ceil<std::chrono::milliseconds>(
+                                                         child.deadline - now)));
+        }
+        const int ms = timeout == std::chrono::milliseconds::max()
+                           ? -1
+                           : static_cast<int>(std::min<std::int64_t>(timeout.count(), 1 << 30));
+        if (::poll(fds.data(), fds.size(), ms) > 0 && (fds[0].revents & POLLIN)) {
+            std::uint64_t value;
+            while (::read(wakeFd_, &value, sizeof value) < 0 && errno == EINTR) {}
+        }
+    }
+
+    const std::string program_;
+    MainLoop& loop_;
+    const std::chrono::milliseconds patience_;
+    int wakeFd_ = -1;
+
+    std::mutex mutex_;
+    std::deque<Request> queue_;
+    bool running_ = false;
+};
+
+}  // namespace
+
+URLOpener makeProgramURLOpener(std::string program, MainLoop& loop,
+                               std::chrono::milliseconds patience) {
+    auto spawner = std::make_shared<Spawner>(std::move(program), loop, patience);
+    return [spawner, &loop](const std::optional<std::string>& url, URLOpenCompletion completion) {
+        if (!acceptable(url)) {
+            answer(loop, std::move(completion), false);
+            return;
+        }
+        spawner->submit(*url, std::move(completion));
+    };
+}
+
+}  // namespace quov::platform

@@ -1,0 +1,66 @@
+#include "tests/support/SdlHeadless.h"
+
+#include "platform/runtime/Log.h"
+
+#include <stdexcept>
+
+namespace quov::platform {
+
+PixelBuffer::Pixel PixelBuffer::at(int x, int y) const {
+    if (x < 0 || y < 0 || x >= width || y >= height) return {0, 0, 0, 0};
+    const auto* p = rgba.data() + (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+                                   static_cast<std::size_t>(x)) * 4;
+    return {p[0], p[1], p[2], p[3]};
+}
+
+HeadlessDisplay::HeadlessDisplay(int width, int height) {
+    if (!SDL_WasInit(SDL_INIT_VIDEO))
+        SDL_SetHintWithPriority(SDL_HINT_VIDEODRIVER, "offscreen", SDL_HINT_OVERRIDE);
+    if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0)
+        throw std::runtime_error(std::string("SDL video: ") + SDL_GetError());
+    const char* driver = SDL_GetCurrentVideoDriver();
+    driver_ = driver ? driver : "";
+    // SDL falls back silently when it cannot have what it was asked for.
+    QVLog(isOffscreen() ? "Headless rendering on SDL video driver %@"
+                        : "Headless rendering: SDL video driver is %@, not offscreen",
+          driver_);
+
+    // Otherwise SDL backs the window's surface with a GPU texture (llvmpipe when
+    // there is no GPU): slow to start, leaky, and not the software path at all.
+    SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
+    window_ = SDL_CreateWindow("QuovSDK", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width,
+                               height, 0);
+    if (window_) renderer_ = SDL_CreateRenderer(window_, -1, SDL_RENDERER_SOFTWARE);
+    if (!renderer_) {
+        const std::string error = SDL_GetError();
+        if (window_) SDL_DestroyWindow(window_);
+        SDL_QuitSubSystem(SDL_INIT_VIDEO);
+        throw std::runtime_error("headless display: " + error);
+    }
+}
+
+HeadlessDisplay::~HeadlessDisplay() {
+    SDL_DestroyRenderer(renderer_);
+    SDL_DestroyWindow(window_);
+    SDL_QuitSubSystem(SDL_INIT_VIDEO);
+}
+
+void HeadlessDisplay::clear(std::uint8_t r, std::uint8_t g, std::uint8_t b) {
+    SDL_SetRenderDrawBlendMode(renderer_, SDL_BLENDMODE_NONE);
+    SDL_SetRenderDrawColor(renderer_, r, g, b, 255);
+    SDL_RenderClear(renderer_);
+}
+
+PixelBuffer HeadlessDisplay::readPixels() const {
+    PixelBuffer out;
+    if (SDL_GetRendererOutputSize(renderer_, &out.width, &out.height) != 0) return {};
+    out.rgba.resize(static_cast<std::size_t>(out.width) * static_cast<std::size_t>(out.height) * 4);
+    if (SDL_RenderReadPixels(renderer_, nullptr, SDL_PIXELFORMAT_RGBA32, out.rgba.data(),
+                             out.width * 4) != 0)
+        return {};
+    return out;
+}
+
+void HeadlessDisplay::resize(int width, int height) { SDL_SetWindowSize(window_, width, height); }
+
+}  // namespace quov::platform
