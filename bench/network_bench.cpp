@@ -217,4 +217,18 @@ void BM_MainThreadPerLoad(benchmark::State& state) {
 }
 BENCHMARK(BM_MainThreadPerLoad)->Unit(benchmark::kMicrosecond);
 
+// A hostile impression URL: 4 MiB with a "__MAC__" every eight bytes. Filling it
+// runs on the host's thread when the impression is reported.
+void BM_MacroFill_Dense4MiB(benchmark::State& state) {
+    configureSdk();
+    std::string url = "http://127.0.0.1/i?";
+    while (url.size() < (4u << 20)) url += "__MAC__&";
+    for (auto _ : state) {
+        std::string filled = quov::QVRequestHelper::formatURL(url);
+        benchmark::DoNotOptimize(filled.data());
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(url.size()));
+}
+BENCHMARK(BM_MacroFill_Dense4MiB)->Unit(benchmark::kMillisecond)->Iterations(3);
+
 }  // namespace

@@ -1,5 +1,6 @@
 #include <quov/QuovHost.h>
 
+#include "platform/opener/UrlOpener.h"
 #include "platform/device/linux_device.h"
 
 namespace quov {
@@ -22,6 +23,10 @@ void QuovHost::setMainScreen(const MainScreen& screen) {
 
 void QuovHost::setApplicationState(ApplicationState state) {
     platform::LinuxDevicePlatform::shared()->setApplicationState(state);
+}
+
+std::vector<std::string> QuovHost::allowURLSchemes(const std::vector<std::string>& schemes) {
+    return platform::setAllowedURLSchemes(schemes);
 }
 
 }  // namespace quov

@@ -86,24 +86,36 @@ std::function<QuovAd*()> QuovAdFlow::weakFacade(QuovAd& ad) {
     };
 }
 
+namespace {
+
+// The delegate to call, or a Debug line saying the call is skipped because it is gone.
+std::shared_ptr<QuovAdDelegate> delegateFor(const QuovAd& facade, const char* call) {
+    auto d = facade.delegate();
+    if (!d) platform::QVDebug("Skipped %@: the delegate is gone", call);
+    return d;
+}
+
+}  // namespace
+
 LoadCompletion QuovAdFlow::makeLoadCompletion(QuovAd& ad) {
     return [lookup = weakFacade(ad)](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
         QuovAd* facade = lookup();
         if (!facade) return;
         if (error) {
-            if (auto d = facade->delegate()) d->onQuovSDKAdLoadFailed(*error);
+            if (auto d = delegateFor(*facade, "onQuovSDKAdLoadFailed")) d->onQuovSDKAdLoadFailed(*error);
             return;
         }
         if (bids.empty()) {
-            if (auto d = facade->delegate()) d->onQuovSDKAdLoadFailed(Error{"QAPP", 204, std::nullopt});
+            if (auto d = delegateFor(*facade, "onQuovSDKAdLoadFailed"))
+                d->onQuovSDKAdLoadFailed(Error{"QAPP", 204, std::nullopt});
             return;
         }
         QVBidModelPtr first = bids.front();
         if (first && first->isRendering() == 1) {
-            if (auto d = facade->delegate()) d->onQuovSDKAdFetchedBid(first);
+            if (auto d = delegateFor(*facade, "onQuovSDKAdFetchedBid")) d->onQuovSDKAdFetchedBid(first);
             return;
         }
-        if (auto d = facade->delegate()) d->onQuovSDKAdLoaded();
+        if (auto d = delegateFor(*facade, "onQuovSDKAdLoaded")) d->onQuovSDKAdLoaded();
         presentOnView(*facade, std::move(first));
     };
 }

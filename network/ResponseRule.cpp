@@ -62,7 +62,7 @@ bool isValidUtf8(std::string_view s) {
     return true;
 }
 
-JsonOutcome evaluateJsonResponse(const platform::HttpResponse& r) {
+JsonOutcome evaluateJsonResponse(const platform::HttpResponse& r, const nlohmann::json::parser_callback_t& callback) {
     JsonOutcome out;
     if (!r.transportOk) {
         out.error = httpError(kHttpTransport, r.errorText.empty() ? "no answer" : r.errorText);
@@ -84,7 +84,7 @@ JsonOutcome evaluateJsonResponse(const platform::HttpResponse& r) {
         out.responseText = textOf(r.body);
         return out;
     }
-    nlohmann::json parsed = nlohmann::json::parse(r.body, nullptr, /*allow_exceptions=*/false);
+    nlohmann::json parsed = nlohmann::json::parse(r.body, callback, /*allow_exceptions=*/false);
     if (parsed.is_discarded()) {
         out.error = httpError(kHttpJson, "the body is not valid JSON");
         return out;

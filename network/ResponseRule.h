@@ -35,7 +35,10 @@ struct JsonOutcome {
 /// The one rule for bid and tracking answers: transport error, then status
 /// 200..299, then empty or " " (success, no body), then a JSON content type
 /// (application/json, text/json, text/javascript) and a body that parses.
-JsonOutcome evaluateJsonResponse(const platform::HttpResponse& response);
+/// With a callback, the body is parsed through it (nlohmann's parser callback: a
+/// value it answers false for is left out of the document).
+JsonOutcome evaluateJsonResponse(const platform::HttpResponse& response,
+                                 const nlohmann::json::parser_callback_t& callback = nullptr);
 
 /// Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
 bool isValidUtf8(std::string_view bytes);

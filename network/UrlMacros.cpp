@@ -36,10 +36,20 @@ std::string realText(double value) {
 void replaceAll(std::string& text, std::string_view macro, std::string_view value) {
     if (macro.empty()) return;
     std::size_t at = text.find(macro);
+    if (at == std::string::npos) return;
+    // One pass into a new string: replacing in place moves the tail once per
+    // occurrence, which is quadratic on a URL dense with macros.
+    std::string out;
+    out.reserve(text.size());
+    std::size_t from = 0;
     while (at != std::string::npos) {
-        text.replace(at, macro.size(), value);
-        at = text.find(macro, at + value.size());
+        out.append(text, from, at - from);
+        out.append(value);
+        from = at + macro.size();
+        at = text.find(macro, from);
     }
+    out.append(text, from, std::string::npos);
+    text = std::move(out);
 }
 
 }  // namespace network

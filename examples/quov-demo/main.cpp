@@ -167,6 +167,7 @@ int main(int argc, char** argv) {
                                    {"CFBundleDisplayName", "QuovSDK demo"},
                                    {"CFBundleVersion", "1"}});
     quov::QuovHost::setURLOpenerProgram(opt.urlOpener);
+    quov::QuovHost::allowURLSchemes({"quovdemo"});  // the deep links of the demo's own ads
     quov::sdl::setUIScale(scale);
     quov::sdl::attachWindow(window);
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quov {
 
@@ -49,6 +50,20 @@ public:
     /// (default "xdg-open", found on PATH unless it holds a '/'), with the URL as its
     /// one argument and no shell; exit status 0 means opened. Main thread.
     static void setURLOpenerProgram(std::string program);
+
+    /// The schemes of the host's own deep links ("myapp") that a click may open, in
+    /// addition to http and https, which are always allowed; replaces the earlier list.
+    /// Entries are lower-cased; one that is not a scheme (a letter, then letters,
+    /// digits, '+', '-', '.'; at least two characters) or that names local files or
+    /// inline content ("file", "data", "javascript", ...) is dropped and returned.
+    /// Every other scheme is refused: a deep link in it fails its step, so the click
+    /// goes on to the landing page. The opener program runs with standard input from
+    /// /dev/null, no other inherited descriptor, "/" as working directory, a session
+    /// of its own, and of the host's environment only what a desktop opener needs:
+    /// PATH, HOME, USER, LOGNAME, LANG, LANGUAGE, LC_*, TZ, DISPLAY, WAYLAND_DISPLAY,
+    /// XAUTHORITY, XDG_*, DBUS_SESSION_BUS_ADDRESS, DESKTOP_SESSION, BROWSER and the
+    /// desktops' session markers. Any thread; applies to the next click.
+    static std::vector<std::string> allowURLSchemes(const std::vector<std::string>& schemes);
 };
 
 }  // namespace quov

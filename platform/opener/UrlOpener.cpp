@@ -1,5 +1,6 @@
 #include "platform/opener/UrlOpener.h"
 
+#include "platform/runtime/Log.h"
 #include "platform/http/UrlSyntax.h"
 
 #include <fcntl.h>
@@ -32,26 +33,47 @@ using Clock = std::chrono::steady_clock;
 // Far beyond any real landing page, well below the kernel's argument limits.
 constexpr std::size_t kMaxURLBytes = 32 * 1024;
 
-// Schemes a desktop resolves to local files, inline content or browser internals:
-// nothing an ad should be able to make us open.
+// Schemes that resolve to local files, inline content, browser internals or
+// remote mounts: never opened, not even when a host registers them.
 constexpr std::string_view kLocalSchemes[] = {
     "file", "data", "javascript", "vbscript", "about", "blob", "filesystem",
     "view-source", "resource", "chrome", "jar", "smb", "nfs",
-    // Desktop virtual file systems and help viewers that resolve to local files,
-    // and remote mounts a file manager would open.
     "admin", "trash", "recent", "computer", "archive", "burn", "network", "ghelp", "help", "man",
     "info", "applications", "fonts", "sftp", "ftp", "ftps", "dav", "davs", "afp", "ssh", "mtp",
     "gphoto2", "obex"};
 
-bool acceptable(const std::optional<std::string>& url) {
-    if (!url || url->empty() || url->size() > kMaxURLBytes) return false;
+bool isLocalScheme(std::string_view scheme) {
+    return std::find(std::begin(kLocalSchemes), std::end(kLocalSchemes), scheme) != std::end(kLocalSchemes);
+}
+
+std::mutex& schemesMutex() {
+    static std::mutex m;
+    return m;
+}
+std::vector<std::string>& hostSchemes() {
+    static std::vector<std::string> schemes;
+    return schemes;
+}
+
+bool schemeAllowed(const std::string& scheme) {
+    if (scheme == "http" || scheme == "https") return true;
+    std::lock_guard lock(schemesMutex());
+    const auto& schemes = hostSchemes();
+    return std::find(schemes.begin(), schemes.end(), scheme) != schemes.end();
+}
+
+// Why a URL is not handed on, or nothing when it may be.
+std::optional<std::string> refusal(const std::optional<std::string>& url) {
+    if (!url) return "no URL";
+    if (url->empty()) return "an empty URL";
+    if (url->size() > kMaxURLBytes) return "longer than " + std::to_string(kMaxURLBytes) + " bytes";
     // Every scheme starts with a letter, so a leading '-' never gets this far;
     // the check stays explicit because it is what keeps options out of argv.
-    if ((*url)[0] == '-') return false;
+    if ((*url)[0] == '-') return "starts with '-'";
     const auto scheme = absoluteURLScheme(*url);
-    if (!scheme) return false;
-    return std::find(std::begin(kLocalSchemes), std::end(kLocalSchemes), *scheme) ==
-           std::end(kLocalSchemes);
+    if (!scheme) return "not an absolute URL of URL characters";
+    if (!schemeAllowed(*scheme)) return "scheme \"" + *scheme + "\" is neither http(s) nor registered by the host";
+    return std::nullopt;
 }
 
 void answer(MainLoop& loop, URLOpenCompletion completion, bool opened) {
@@ -84,6 +106,23 @@ private:
     posix_spawnattr_t attr_;
 };
 
+// What a desktop opener needs to find the session, the user's handlers and their
+// language; nothing else of the host's (tokens, preload paths) reaches the child.
+bool passedToOpener(std::string_view entry) {
+    static constexpr std::string_view kNames[] = {
+        "PATH", "HOME", "USER", "LOGNAME", "LANG", "LANGUAGE", "TZ", "DISPLAY", "WAYLAND_DISPLAY",
+        "XAUTHORITY", "DBUS_SESSION_BUS_ADDRESS", "DESKTOP_SESSION", "BROWSER", "KDE_FULL_SESSION",
+        "KDE_SESSION_VERSION", "GNOME_DESKTOP_SESSION_ID"};
+    static constexpr std::string_view kPrefixes[] = {"LC_", "XDG_"};
+    const std::string_view name = entry.substr(0, entry.find('='));
+    if (name.size() == entry.size()) return false;
+    for (auto n : kNames)
+        if (name == n) return true;
+    for (auto p : kPrefixes)
+        if (name.substr(0, p.size()) == p) return true;
+    return false;
+}
+
 // Returns the child's pid, or -1 when it could not be started.
 pid_t spawnOpener(const std::string& program, const std::string& url) {
     FileActions actions;
@@ -109,8 +148,12 @@ pid_t spawnOpener(const std::string& program, const std::string& url) {
 
     std::string arg0 = program, arg1 = url;
     char* argv[] = {arg0.data(), arg1.data(), nullptr};
+    std::vector<char*> env;
+    for (char** e = environ; e && *e; ++e)
+        if (passedToOpener(*e)) env.push_back(*e);
+    env.push_back(nullptr);
     pid_t pid = -1;
-    if (::posix_spawnp(&pid, program.c_str(), actions.get(), attr.get(), argv, environ) != 0)
+    if (::posix_spawnp(&pid, program.c_str(), actions.get(), attr.get(), argv, env.data()) != 0)
         return -1;
     return pid;
 }
@@ -271,11 +314,32 @@ private:
 
 }  // namespace
 
+std::vector<std::string> setAllowedURLSchemes(const std::vector<std::string>& schemes) {
+    std::vector<std::string> kept, refused;
+    for (const std::string& given : schemes) {
+        std::string scheme = given;
+        for (char& c : scheme) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+        // The same shape absoluteURLScheme accepts, so a registered scheme can match.
+        bool valid = scheme.size() >= 2 && scheme[0] >= 'a' && scheme[0] <= 'z';
+        for (char c : scheme)
+            valid = valid && ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.');
+        if (!valid || isLocalScheme(scheme)) {
+            refused.push_back(given);
+        } else if (std::find(kept.begin(), kept.end(), scheme) == kept.end()) {
+            kept.push_back(std::move(scheme));
+        }
+    }
+    std::lock_guard lock(schemesMutex());
+    hostSchemes() = std::move(kept);
+    return refused;
+}
+
 URLOpener makeProgramURLOpener(std::string program, MainLoop& loop,
                                std::chrono::milliseconds patience) {
     auto spawner = std::make_shared<Spawner>(std::move(program), loop, patience);
     return [spawner, &loop](const std::optional<std::string>& url, URLOpenCompletion completion) {
-        if (!acceptable(url)) {
+        if (const auto why = refusal(url)) {
+            QVDebug("URL opener refused %@: %@", orNull(url), *why);
             answer(loop, std::move(completion), false);
             return;
         }

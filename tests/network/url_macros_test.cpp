@@ -35,6 +35,30 @@ TEST(MacroNumbers, IntegerTextRoundsToFloatThenTruncates) {
     for (const Case& c : cases) EXPECT_EQ(network::integerText(c.in), c.out) << c.in;
 }
 
+TEST(MacroReplace, EveryOccurrenceLeftToRightWithoutRescanningInsertedText) {
+    struct Case {
+        const char* text;
+        const char* macro;
+        const char* value;
+        const char* out;
+    };
+    const Case cases[] = {
+        {"a__M__b__M__c", "__M__", "x", "axbxc"},
+        {"__M____M__", "__M__", "", ""},
+        {"__M__", "__M__", "__M____M__", "__M____M__"},  // the value is not searched again
+        {"____M__", "__M__", "v", "__v"},                 // leftmost match wins
+        {"aaaa", "aa", "b", "bb"},                         // no overlap
+        {"no macro", "__M__", "x", "no macro"},
+        {"__m__", "__M__", "x", "__m__"},
+        {"", "__M__", "x", ""},
+    };
+    for (const Case& c : cases) {
+        std::string text = c.text;
+        network::replaceAll(text, c.macro, c.value);
+        EXPECT_EQ(text, c.out) << c.text;
+    }
+}
+
 class Macros : public ::testing::Test {
 protected:
     NetworkScope scope;

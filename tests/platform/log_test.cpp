@@ -33,3 +33,52 @@ TEST(Log, DefaultSinkIsStandardErrorAfterACaptureEnds) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Log, DefaultHandlerShowsControlCharactersAsEscapesSoNoLineIsForged) {
+    struct Case {
+        std::string in;
+        std::string shown;
+    };
+    const Case cases[] = {
+        {"Reqeust failed, response: x\nInit Finished, AppId: forged",
+         "Reqeust failed, response: x\\nInit Finished, AppId: forged"},
+        {"a\r\tb", "a\\r\\tb"},
+        {"\x1b[2J\x1b]0;title\x07", "\\x1b[2J\\x1b]0;title\\x07"},
+        {std::string("nul\0del\x7f", 8), "nul\\x00del\\x7f"},
+        {"csi \xc2\x9b" "31m", "csi \\u009b31m"},
+        {"协商失败 é \xc2\xa0ok", "协商失败 é \xc2\xa0ok"},  // printable UTF-8 stays
+    };
+    for (const Case& c : cases) {
+        testing::internal::CaptureStderr();
+        quov::platform::logLine(c.in);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), c.shown + "\n");
+    }
+}
+
+TEST(Log, HandlerGetsLevelsAndUnchangedTextWhileTheDefaultHidesDebugUntilAsked) {
+    std::vector<std::pair<quov::LogLevel, std::string>> seen;
+    quov::setLogHandler([&](quov::LogLevel level, const std::string& line) { seen.emplace_back(level, line); });
+    EXPECT_TRUE(quov::platform::debugLogWanted());
+    quov::platform::logLine("info\nline");
+    quov::platform::QVDebug("why: %@", "refused");
+    quov::setLogHandler({});
+    EXPECT_EQ(seen, (std::vector<std::pair<quov::LogLevel, std::string>>{
+                        {quov::LogLevel::Info, "info\nline"}, {quov::LogLevel::Debug, "why: refused"}}));
+
+    testing::internal::CaptureStderr();
+    quov::platform::QVDebug("hidden %@", "1");
+    quov::setDebugLogging(true);
+    quov::platform::QVDebug("shown %@", "2");
+    quov::setDebugLogging(false);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "shown 2\n");
+
+    // The line-only sink is for Info lines: hosts that match texts see no new ones.
+    quov::test::LogCapture capture;
+    quov::platform::logDebug("debug");
+    quov::platform::logLine("info");
+    EXPECT_EQ(capture.lines(), std::vector<std::string>{"info"});
+}
+
+}  // namespace

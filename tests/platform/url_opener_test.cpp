@@ -1,4 +1,6 @@
+#include "platform/toolkit/Application.h"
 #include "platform/opener/UrlOpener.h"
+#include "view/QVAdView.h"
 
 #include <gtest/gtest.h>
 
@@ -39,7 +41,7 @@ protected:
             "printf '%s\\n' \"$1\" >> \"$d/calls\"\n"
             "case \"$1\" in\n"
             "  *fail*) exit 1 ;;\n"
-            "  *inspect*) ls /proc/$$/fd > \"$d/fds\"; pwd > \"$d/cwd\"\n"
+            "  *inspect*) ls /proc/$$/fd > \"$d/fds\"; pwd > \"$d/cwd\"; env > \"$d/env\"\n"
             "             readlink /proc/$$/fd/0 > \"$d/stdin\" ;;\n"
             "  *hold*) echo $$ > \"$d/held.tmp\"; mv \"$d/held.tmp\" \"$d/held\"\n"
             "          while [ ! -e \"$d/release\" ]; do sleep 0.02; done ;;\n"
@@ -47,6 +49,7 @@ protected:
         ::chmod(script_.c_str(), 0755);
     }
     void TearDown() override {
+        quov::platform::setAllowedURLSchemes({});
         std::ofstream(dir_ / "release");  // never leave a held child behind
         std::error_code ec;
         fs::remove_all(dir_, ec);
@@ -95,6 +98,7 @@ TEST_F(UrlOpenerTest, RefusesHostileAndLocalStringsWithoutSpawning) {
 }
 
 TEST_F(UrlOpenerTest, AnswersWhetherTheProgramExitedZeroAndPassesTheURLVerbatim) {
+    quov::platform::setAllowedURLSchemes({"myapp", "mailto"});
     const std::vector<std::pair<std::string, bool>> cases = {
         {"https://example.com/landing?x=1#top", true},
         {"http://127.0.0.1:9/fail", false},
@@ -123,7 +127,10 @@ TEST_F(UrlOpenerTest, ChildGetsOnlyStdioWithStdinFromDevNullInRoot) {
     // A descriptor the host opened without O_CLOEXEC, at a number no shell uses.
     const int leaked = ::fcntl(STDERR_FILENO, F_DUPFD, 900);
     ASSERT_GE(leaked, 900);
+    ::setenv("QUOV_TEST_SECRET", "token", 1);
+    ::setenv("XDG_CURRENT_DESKTOP", "test", 1);
     const bool opened = openAll(makeProgramURLOpener(script_, loop_), {"https://e.com/inspect"})[0];
+    ::unsetenv("QUOV_TEST_SECRET");
     ::close(leaked);
     ASSERT_TRUE(opened);
     std::istringstream fds(slurp(dir_ / "fds"));
@@ -131,6 +138,66 @@ TEST_F(UrlOpenerTest, ChildGetsOnlyStdioWithStdinFromDevNullInRoot) {
     EXPECT_EQ(std::count(open.begin(), open.end(), leaked), 0) << "inherited fd " << leaked;
     EXPECT_EQ(slurp(dir_ / "cwd"), "/\n");
     EXPECT_EQ(slurp(dir_ / "stdin"), "/dev/null\n");
+    const std::string env = slurp(dir_ / "env");
+    EXPECT_EQ(env.find("QUOV_TEST_SECRET"), std::string::npos) << env;
+    EXPECT_NE(env.find("XDG_CURRENT_DESKTOP=test"), std::string::npos) << env;
+}
+
+TEST_F(UrlOpenerTest, HandsOnOnlyHttpHttpsAndTheSchemesTheHostRegistered) {
+    using quov::platform::setAllowedURLSchemes;
+    EXPECT_EQ(setAllowedURLSchemes({"MyApp", "x", "1app", "my app", "file", "JavaScript", "", "shop+v2"}),
+              (std::vector<std::string>{"x", "1app", "my app", "file", "JavaScript", ""}));
+    const std::vector<std::pair<std::string, bool>> cases = {
+        {"http://example.com/", true},   {"HTTPS://example.com/", true},
+        {"myapp://item/1", true},        {"MYAPP://item/2", true},
+        {"shop+v2:open", true},          {"myapp2://item", false},
+        {"apt:vim", false},              {"steam://run/1", false},
+        {"vscode://file/etc/passwd", false}, {"telnet://127.0.0.1", false},
+        {"ldap://127.0.0.1/", false},    {"mailto:a@example.com", false},
+        {"irc://127.0.0.1/x", false},    {"file:///etc/passwd", false},
+    };
+    URLs urls;
+    for (const auto& c : cases) urls.push_back(c.first);
+    const auto answers = openAll(makeProgramURLOpener(script_, loop_), urls);
+    for (std::size_t i = 0; i < cases.size(); ++i) EXPECT_EQ(answers[i], cases[i].second) << cases[i].first;
+
+    // A later list replaces the earlier one.
+    setAllowedURLSchemes({"other"});
+    EXPECT_FALSE(openAll(makeProgramURLOpener(script_, loop_), {"myapp://item/1"})[0]);
+}
+
+TEST_F(UrlOpenerTest, ARefusedDeepLinkFallsThroughToTheLandingPage) {
+    quov::platform::Application app(loop_);
+    app.setURLOpener(makeProgramURLOpener(script_, loop_));
+    auto window = quov::platform::Window::make();
+    app.setKeyWindow(window);
+    auto bid = std::make_shared<quov::QVBidModel>();
+    bid->setDeepLinkURL("steam://run/1");
+    bid->setClickURL("https://example.com/landing");
+    quov::QVBidImageModel image;
+    image.setWidth(600);
+    image.setHeight(500);
+    bid->setImages({image});
+    quov::QVAdViewEnvironment env;
+    env.application = &app;
+    env.loadImage = [](std::weak_ptr<quov::platform::ImageView>, const std::optional<std::string>&) {};
+    auto view = quov::QVAdView::initWithFrame({{0, 0}, app.mainScreen().bounds().size}, env);
+    window->addSubview(view);
+    view->setTranslatesAutoresizingMaskIntoConstraints(false);
+    quov::platform::LayoutConstraint::activateConstraints({
+        view->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor()),
+        view->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor()),
+        view->widthAnchor().constraintEqualToAnchor(window->widthAnchor()),
+        view->heightAnchor().constraintEqualToAnchor(window->heightAnchor()),
+    });
+    view->showBid(bid, [](auto&) {}, [](auto&) {}, [](auto&) {});
+    window->layoutIfNeeded();
+    const quov::Rect area = view->imageView()->frame();
+    const quov::Point at{area.origin.x + area.size.width / 2, area.origin.y + area.size.height / 2};
+    window->sendTouch(1, quov::platform::TouchPhase::Began, at);
+    window->sendTouch(1, quov::platform::TouchPhase::Ended, at);
+    EXPECT_TRUE(loop_.runUntil([&] { return app.pendingURLOpens() == 0; }, 20s));
+    EXPECT_EQ(slurp(dir_ / "calls"), "https://example.com/landing\n");
 }
 
 TEST_F(UrlOpenerTest, ChildStillRunningAfterPatienceCountsAsOpenedAndIsReapedLater) {
