@@ -67,6 +67,7 @@ BidRequestInputs gatherBidRequestInputs() {
     in.oaid = ad.OAID();
     in.appId = ad.AppId();
     in.appKey = ad.AppKey();
+    in.timeout = ad.loadTimeout();
     auto device = platform::devicePlatform();
     in.trackingEnabled = device->advertisingTrackingEnabled();
     in.reachabilityFlags = device->reachabilityFlags(kReachabilityHost);
@@ -128,6 +129,8 @@ platform::HttpRequest makeBidHttpRequest(const BidRequestInputs& in, const json&
     platform::HttpRequest http;
     http.method = "POST";
     http.lane = "bid";
+    http.timeout = in.timeout;
+    http.crossOriginRedirects = false;
     http.url = base + "/network?appid=" + platform::orNull(in.appId);
     http.headers.emplace_back("Content-Type", "application/json");
     if (in.appKey) http.headers.emplace_back("appkey", *in.appKey);

@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -25,6 +26,7 @@ struct BidRequestInputs {
     double screenScale = 1.0;
     std::optional<std::string> appId;
     std::optional<std::string> appKey;
+    std::chrono::milliseconds timeout{60000};
     std::string requestId;     // top-level "id"
     std::string impressionId;  // "imp"[0]."id"
 };
@@ -38,7 +40,8 @@ BidRequestInputs gatherBidRequestInputs();
 nlohmann::json buildBidRequest(const BidRequestInputs& in);
 
 /// The POST for a document: "<base>/network?appid=<AppId unescaped>", the
-/// "Content-Type" and "appkey" headers, compact UTF-8 JSON.
+/// "Content-Type" and "appkey" headers, compact UTF-8 JSON, the load's time-out.
+/// Redirects stay on the base's origin: the app key never goes elsewhere.
 platform::HttpRequest makeBidHttpRequest(const BidRequestInputs& in, const nlohmann::json& document,
                                          const std::string& base);
 

@@ -8,6 +8,7 @@
 
 #include <openssl/rand.h>
 
+#include <atomic>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -16,8 +17,8 @@ namespace quov {
 namespace network {
 namespace {
 
-// Touched on the main thread only: calls start there and completions run there.
-std::size_t pendingCount = 0;
+// Atomic because a host may start tracking off its main thread, and flush reads it.
+std::atomic<std::size_t> pendingCount{0};
 
 bool inQuerySet(unsigned char c) {
     if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
@@ -48,7 +49,9 @@ void attempt(std::shared_ptr<Chain> chain, std::uint64_t n) {
     platform::QVLog("GET URL WITH retry, %lu, %@", std::to_string(n), chain->url);
     platform::HttpClient::shared().send(std::move(request), [chain, n](platform::HttpResponse r) {
         JsonOutcome outcome = evaluateJsonResponse(r);
-        if (!outcome.ok && n > 1) {
+        // A shut-down client fails every later attempt too, and by then the
+        // host may be tearing down statics: end the chain here.
+        if (!outcome.ok && n > 1 && !r.shutDown) {
             platform::QVLog("Retry request with url: %@, error: %@", chain->url, outcome.error.describe());
             attempt(chain, n - 1);
             return;
@@ -81,7 +84,7 @@ std::string percentEncodeQuery(std::string_view text) {
     return out;
 }
 
-std::size_t pendingTrackingRequests() { return pendingCount; }
+std::size_t pendingTrackingRequests() { return pendingCount.load(); }
 
 }  // namespace network
 

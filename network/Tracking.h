@@ -12,7 +12,7 @@ namespace quov::network {
 std::string percentEncodeQuery(std::string_view text);
 
 /// Tracking calls (getURLWithRetry) whose final callback has not yet run,
-/// retries still to come included. Main thread.
+/// retries still to come included. Any thread.
 std::size_t pendingTrackingRequests();
 
 }  // namespace quov::network

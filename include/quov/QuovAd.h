@@ -67,6 +67,12 @@ public:
     const std::optional<std::string>& IMEI() const { return imei_; }
     const std::optional<std::string>& OAID() const { return oaid_; }
 
+    /// How long a load's bid request may take, connecting included, before the
+    /// load fails like any transport failure (error 4001). Default 60 s; values
+    /// below 1 ms count as 1 ms. Read by each later load.
+    void setLoadTimeout(std::chrono::milliseconds timeout) { loadTimeout_ = timeout; }
+    std::chrono::milliseconds loadTimeout() const { return loadTimeout_; }
+
     /// Runs the main loop until the SDK's pending tracking requests (impressions,
     /// clicks and their retries) and a click's URL opening have ended, or the
     /// timeout passes. Call it before exiting so reports are not lost. Blocks the
@@ -80,6 +86,7 @@ private:
     std::optional<std::string> imei_;
     std::optional<std::string> oaid_;
     std::weak_ptr<QuovAdDelegate> delegate_;
+    std::chrono::milliseconds loadTimeout_{60000};
     // Loads and ad views outlive a facade made with QuovAd(): they check this first.
     std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
 };

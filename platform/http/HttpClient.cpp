@@ -5,13 +5,16 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <cctype>
+#include <cstdlib>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
-#include <deque>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -24,11 +27,7 @@ constexpr long kMaxRedirects = 10;
 // Backstop for the worker's wait: a missed wakeup costs at most this much.
 constexpr int kPollBackstopMs = 1000;
 constexpr const char* kUserAgent = "QuovSDK/1.0";
-// Like a browser: a few transfers per host at once, the rest wait their turn and
-// then reuse those connections. Small servers serve a handful at a time. The
-// queue is ours: libcurl 7.88 can leave its own waiting transfers parked until
-// the next timeout when a cached connection turns out dead.
-constexpr std::size_t kMaxTransfersPerHost = 6;
+constexpr const char* kShutDownText = "the HTTP client was shut down";
 
 void globalInitOnce() {
     static std::once_flag once;
@@ -69,17 +68,57 @@ void discardPendingSigpipe() {
     while (sigtimedwait(&only, nullptr, &zero) < 0 && errno == EINTR) {}
 }
 
+struct ShareDeleter {
+    void operator()(CURLSH* h) const { curl_share_cleanup(h); }
+};
+using ShareHandle = std::unique_ptr<CURLSH, ShareDeleter>;
+
+// "scheme|host|port", lower case, the port filled in from the scheme; "" when
+// the URL does not parse.
+std::string originOf(const char* url) {
+    CURLU* u = curl_url();
+    if (!u) return "";
+    std::string key;
+    if (curl_url_set(u, CURLUPART_URL, url, 0) == CURLUE_OK) {
+        for (CURLUPart part : {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT}) {
+            char* value = nullptr;
+            if (curl_url_get(u, part, &value, part == CURLUPART_PORT ? CURLU_DEFAULT_PORT : 0) != CURLUE_OK) {
+                key.clear();
+                break;
+            }
+            for (const char* c = value; *c; ++c) key += static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+            key += '|';
+            curl_free(value);
+        }
+    }
+    curl_url_cleanup(u);
+    return key;
+}
+
 struct Transfer {
-    std::string hostKey;  // scheme://host:port, "" when the URL does not parse
+    std::string origin;  // of request.url, for requests that stay on it
     HttpRequest request;
     HttpClient::Completion completion;
     HttpResponse response;
     EasyHandle easy;
     Slist headers;
     bool tooLarge = false;
-    bool retriedStale = false;
+    bool leftOrigin = false;
     char errorBuffer[CURL_ERROR_SIZE] = {};
 };
+
+// Runs after each connect, before a request is written: the one place a
+// followed redirect can still be stopped before its headers and body go out.
+int checkOrigin(void* user, char*, char*, int, int) {
+    auto* t = static_cast<Transfer*>(user);
+    char* now = nullptr;
+    if (curl_easy_getinfo(t->easy.get(), CURLINFO_EFFECTIVE_URL, &now) != CURLE_OK || !now ||
+        t->origin.empty() || originOf(now) != t->origin) {
+        t->leftOrigin = true;
+        return CURL_PREREQFUNC_ABORT;
+    }
+    return CURL_PREREQFUNC_OK;
+}
 
 }  // namespace
 
@@ -94,22 +133,19 @@ struct HttpClient::Impl {
     std::vector<std::unique_ptr<Transfer>> incoming;
     bool stopping = false;
     CURLM* multi = nullptr;
+    // DNS answers and TLS sessions only: neither carries a request, so sharing
+    // them never makes one request ride on another's connection.
+    ShareHandle share;
     std::thread worker;
 
-    // Worker-only state.
-    struct Host {
-        std::size_t active = 0;
-        std::deque<std::unique_ptr<Transfer>> waiting;
-    };
-    std::unordered_map<std::string, Host> hosts;
+    // Worker-only state. Every running transfer holds one connection.
+    std::deque<std::unique_ptr<Transfer>> waiting;
     std::unordered_map<Transfer*, std::unique_ptr<Transfer>> running;
 
     void startLocked();
     void run();
-    void admit(std::unique_ptr<Transfer> t);
+    bool startWaiting();
     bool start(std::unique_ptr<Transfer> t);
-    bool release(const std::string& hostKey);
-    bool retryOnFreshConnection(Transfer& t, CURLcode result);
     void shutDownAll();
     void deliver(std::unique_ptr<Transfer> t);
     bool configure(Transfer& t);
@@ -158,6 +194,12 @@ bool HttpClient::Impl::configure(Transfer& t) {
     }
     curl_easy_setopt(e, CURLOPT_URL, r.url.c_str());
     curl_easy_setopt(e, CURLOPT_PRIVATE, &t);
+    // One request, one new connection, closed afterwards: libcurl resends a
+    // request on its own only when a reused connection dies, which it then never is.
+    curl_easy_setopt(e, CURLOPT_FRESH_CONNECT, 1L);
+    curl_easy_setopt(e, CURLOPT_FORBID_REUSE, 1L);
+    curl_easy_setopt(e, CURLOPT_PATH_AS_IS, 1L);
+    if (share) curl_easy_setopt(e, CURLOPT_SHARE, share.get());
     curl_easy_setopt(e, CURLOPT_NOSIGNAL, 1L);
     // A resolver thread still waiting on DNS must not hold up shutdown.
     curl_easy_setopt(e, CURLOPT_QUICK_EXIT, 1L);
@@ -166,9 +208,15 @@ bool HttpClient::Impl::configure(Transfer& t) {
     curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(e, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(e, CURLOPT_MAXREDIRS, kMaxRedirects);
+    if (!r.crossOriginRedirects) {
+        t.origin = originOf(r.url.c_str());
+        curl_easy_setopt(e, CURLOPT_PREREQFUNCTION, &checkOrigin);
+        curl_easy_setopt(e, CURLOPT_PREREQDATA, &t);
+    }
     curl_easy_setopt(e, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(e, CURLOPT_SSL_VERIFYHOST, 2L);
-    curl_easy_setopt(e, CURLOPT_TIMEOUT_MS, static_cast<long>(r.timeout.count()));
+    // libcurl reads 0 as "no limit".
+    curl_easy_setopt(e, CURLOPT_TIMEOUT_MS, std::max<long>(1, static_cast<long>(r.timeout.count())));
     curl_easy_setopt(e, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(r.connectTimeout.count()));
     curl_easy_setopt(e, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(r.maxBodyBytes));
     curl_easy_setopt(e, CURLOPT_USERAGENT, kUserAgent);
@@ -211,6 +259,8 @@ void HttpClient::Impl::finish(std::unique_ptr<Transfer> t, CURLcode result) {
         char* type = nullptr;
         if (curl_easy_getinfo(e, CURLINFO_CONTENT_TYPE, &type) == CURLE_OK && type)
             resp.contentType = type;
+    } else if (t->leftOrigin) {
+        resp.errorText = "a redirect to another origin was refused";
     } else if (t->tooLarge || result == CURLE_FILESIZE_EXCEEDED) {
         resp.errorText = "response body larger than " + std::to_string(t->request.maxBodyBytes) +
                          " bytes";
@@ -226,6 +276,11 @@ void HttpClient::Impl::finish(std::unique_ptr<Transfer> t, CURLcode result) {
 }
 
 void HttpClient::Impl::startLocked() {
+    share.reset(curl_share_init());
+    if (!share) throw std::runtime_error("curl_share_init failed");
+    // Used by the worker thread alone, so no lock callbacks.
+    curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
+    curl_share_setopt(share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     multi = curl_multi_init();
     if (!multi) throw std::runtime_error("curl_multi_init failed");
     // The worker inherits this mask: SIGPIPE stays blocked there and only there,
@@ -245,41 +300,6 @@ void HttpClient::Impl::startLocked() {
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
 }
 
-namespace {
-
-std::string hostKeyOf(const std::string& url) {
-    CURLU* u = curl_url();
-    if (!u) return "";
-    std::string key;
-    if (curl_url_set(u, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK) {
-        for (CURLUPart part : {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT}) {
-            char* value = nullptr;
-            // The port is filled in from the scheme when the URL has none.
-            if (curl_url_get(u, part, &value, part == CURLUPART_PORT ? CURLU_DEFAULT_PORT : 0) == CURLUE_OK) {
-                key += value;
-                curl_free(value);
-            }
-            key += '|';
-        }
-    }
-    curl_url_cleanup(u);
-    return key;
-}
-
-}  // namespace
-
-void HttpClient::Impl::admit(std::unique_ptr<Transfer> t) {
-    t->hostKey = t->request.lane + '|' + hostKeyOf(t->request.url);
-    Host& host = hosts[t->hostKey];
-    if (host.active >= kMaxTransfersPerHost) {
-        host.waiting.push_back(std::move(t));
-        return;
-    }
-    ++host.active;
-    const std::string key = t->hostKey;
-    if (!start(std::move(t))) release(key);  // a failed start frees its slot at once
-}
-
 bool HttpClient::Impl::start(std::unique_ptr<Transfer> t) {
     if (!configure(*t) || curl_multi_add_handle(multi, t->easy.get()) != CURLM_OK) {
         if (t->response.errorText.empty()) t->response.errorText = "could not start the request";
@@ -291,43 +311,15 @@ bool HttpClient::Impl::start(std::unique_ptr<Transfer> t) {
     return true;
 }
 
-// Hands a freed slot to the next in line for that host; true when one started.
-bool HttpClient::Impl::release(const std::string& hostKey) {
-    auto it = hosts.find(hostKey);
-    if (it == hosts.end()) return false;
-    Host& host = it->second;
-    --host.active;
+// Fills free connection slots from the queue, oldest first; true when one started.
+bool HttpClient::Impl::startWaiting() {
     bool started = false;
-    while (host.active < kMaxTransfersPerHost && !host.waiting.empty()) {
-        std::unique_ptr<Transfer> next = std::move(host.waiting.front());
-        host.waiting.pop_front();
-        ++host.active;
-        if (start(std::move(next))) {
-            started = true;
-        } else {
-            --host.active;
-        }
+    while (running.size() < kMaxOpenConnections && !waiting.empty()) {
+        std::unique_ptr<Transfer> next = std::move(waiting.front());
+        waiting.pop_front();
+        started = start(std::move(next)) || started;
     }
-    if (host.active == 0 && host.waiting.empty()) hosts.erase(it);
     return started;
-}
-
-// A kept-alive connection the server reset just as we reused it fails with
-// nothing received; libcurl retries that only when the connection ends
-// cleanly. Like a browser, try such a GET once more on a new connection.
-bool HttpClient::Impl::retryOnFreshConnection(Transfer& t, CURLcode result) {
-    if (t.retriedStale || t.request.method != "GET") return false;
-    if (result != CURLE_GOT_NOTHING && result != CURLE_RECV_ERROR && result != CURLE_SEND_ERROR) return false;
-    long connects = -1;
-    long headerBytes = -1;
-    curl_easy_getinfo(t.easy.get(), CURLINFO_NUM_CONNECTS, &connects);
-    curl_easy_getinfo(t.easy.get(), CURLINFO_HEADER_SIZE, &headerBytes);
-    // Only a reused connection (no new connect) that gave back nothing at all.
-    if (connects != 0 || headerBytes != 0 || !t.response.body.empty()) return false;
-    t.retriedStale = true;
-    t.errorBuffer[0] = '\0';
-    curl_easy_setopt(t.easy.get(), CURLOPT_FRESH_CONNECT, 1L);
-    return curl_multi_add_handle(multi, t.easy.get()) == CURLM_OK;
 }
 
 void HttpClient::Impl::run() {
@@ -339,11 +331,9 @@ void HttpClient::Impl::run() {
             batch.swap(incoming);
             stop = stopping;
         }
-        if (stop) {
-            for (auto& t : batch) hosts[""].waiting.push_back(std::move(t));
-            break;
-        }
-        for (auto& t : batch) admit(std::move(t));
+        for (auto& t : batch) waiting.push_back(std::move(t));
+        if (stop) break;
+        startWaiting();
 
         // Drive libcurl until it has nothing more to say: a finished transfer
         // may start a queued one, which needs its own first push before we
@@ -363,16 +353,11 @@ void HttpClient::Impl::run() {
                 curl_multi_remove_handle(multi, e);
                 auto it = running.find(key);
                 if (it == running.end()) continue;
-                if (retryOnFreshConnection(*it->second, result)) {
-                    started = true;
-                    continue;
-                }
                 std::unique_ptr<Transfer> done = std::move(it->second);
                 running.erase(it);
-                const std::string hostKey = done->hostKey;
                 finish(std::move(done), result);
-                started = release(hostKey) || started;
             }
+            started = startWaiting();
         }
         discardPendingSigpipe();
         curl_multi_poll(multi, nullptr, 0, kPollBackstopMs, nullptr);
@@ -386,23 +371,28 @@ void HttpClient::Impl::shutDownAll() {
     auto end = [this](std::unique_ptr<Transfer> t) {
         if (t->easy) curl_multi_remove_handle(multi, t->easy.get());
         t->response = HttpResponse{};
-        t->response.errorText = "the HTTP client was shut down";
+        t->response.errorText = kShutDownText;
+        t->response.shutDown = true;
         deliver(std::move(t));
     };
     for (auto& [key, t] : running) end(std::move(t));
     running.clear();
-    for (auto& [key, host] : hosts)
-        for (auto& t : host.waiting) end(std::move(t));
-    hosts.clear();
+    for (auto& t : waiting) end(std::move(t));
+    waiting.clear();
     discardPendingSigpipe();
 }
 
 HttpClient& HttpClient::shared() {
-    // A static with a destructor: at exit the worker is stopped and joined
-    // before libcurl's and OpenSSL's exit handlers (registered earlier, in the
-    // constructor) tear down what it uses.
-    static HttpClient client(MainLoop::shared());
-    return client;
+    // Never destroyed: a host's static destructor may still flush, and a send
+    // then has to meet a stopped client rather than freed memory. The worker is
+    // stopped at exit, before libcurl's and OpenSSL's exit handlers (registered
+    // earlier, by the constructor) tear down what it uses.
+    static HttpClient* client = [] {
+        auto* c = new HttpClient(MainLoop::shared());
+        std::atexit([] { HttpClient::shared().shutDown(); });
+        return c;
+    }();
+    return *client;
 }
 
 HttpClient::HttpClient(MainLoop& loop) : impl_(nullptr) {
@@ -410,7 +400,7 @@ HttpClient::HttpClient(MainLoop& loop) : impl_(nullptr) {
     impl_ = new Impl(loop);
 }
 
-HttpClient::~HttpClient() {
+void HttpClient::shutDown() {
     {
         std::lock_guard lock(impl_->mutex);
         impl_->stopping = true;
@@ -418,11 +408,22 @@ HttpClient::~HttpClient() {
     }
     if (impl_->worker.joinable()) impl_->worker.join();
     // Sends that raced with the stop never reached the worker.
-    for (auto& t : impl_->incoming) {
-        t->response.errorText = "the HTTP client was shut down";
+    std::vector<std::unique_ptr<Transfer>> late;
+    {
+        std::lock_guard lock(impl_->mutex);
+        late.swap(impl_->incoming);
+    }
+    for (auto& t : late) {
+        t->response.errorText = kShutDownText;
+        t->response.shutDown = true;
         impl_->deliver(std::move(t));
     }
+}
+
+HttpClient::~HttpClient() {
+    shutDown();
     if (impl_->multi) curl_multi_cleanup(impl_->multi);
+    impl_->share.reset();
     delete impl_;
 }
 
@@ -442,7 +443,8 @@ void HttpClient::send(HttpRequest request, Completion completion) {
         }
     }
     if (impl_->stopping) {
-        t->response.errorText = "the HTTP client was shut down";
+        t->response.errorText = kShutDownText;
+        t->response.shutDown = true;
         impl_->deliver(std::move(t));
         return;
     }

@@ -12,6 +12,8 @@
 
 #include <array>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 
 namespace quov {
 namespace {
@@ -20,6 +22,8 @@ using test::Answer;
 using test::LogCapture;
 using test::NetworkScope;
 using test::TestServer;
+using test::UnansweringServer;
+using namespace std::chrono_literals;
 
 const std::string kGifPixel("GIF89a\x01\x00\x01\x00\x80\x00\x00\xff\xff\xff\x00\x00\x00!\xf9\x04\x01\x00\x00\x00\x00,"
                             "\x00\x00\x00\x00\x01\x00\x01\x00\x00\x02\x02D\x01\x00;",
@@ -127,6 +131,61 @@ TEST_F(Tracking, FlushWaitsForEveryChainIncludingRetriesNotYetStarted) {
     EXPECT_TRUE(QuovAd::shared().flush(std::chrono::seconds(20)));
     EXPECT_EQ(finals, 4);
     EXPECT_EQ(server.count(), 12u);
+}
+
+// After a warm-up leaves kept-alive connections behind, a server that reads each
+// request and closes without answering must see exactly one GET per attempt.
+TEST_F(Tracking, EachAttemptIsExactlyOneGetEvenWithAWarmPool) {
+    constexpr std::size_t kWarm = 6;
+    UnansweringServer closing(UnansweringServer::After::Close, kWarm);
+    int warmed = 0;
+    for (std::size_t i = 0; i < kWarm; ++i)
+        QVRequestHelper::getURLWithRetry(closing.url("/warm"), 1, [&](const nlohmann::json*) { ++warmed; }, {});
+    ASSERT_TRUE(NetworkScope::runUntil([&] { return warmed == static_cast<int>(kWarm); }));
+    for (std::uint64_t n : {1u, 3u}) {
+        SCOPED_TRACE("n=" + std::to_string(n));
+        const std::size_t before = closing.unanswered();
+        Outcome o = track(closing.url("/t"), n);
+        EXPECT_EQ(o.failures, 1);
+        EXPECT_EQ(closing.unanswered() - before, n);
+    }
+}
+
+TEST_F(Tracking, AHungHostHoldsNoneOfItsTrackersBack) {
+    UnansweringServer hung(UnansweringServer::After::Stall);
+    for (int i = 0; i < 10; ++i) QVRequestHelper::getURLWithRetry(hung.url("/t?i=" + std::to_string(i)), 1, {}, {});
+    EXPECT_TRUE(hung.waitForUnanswered(10, 20s)) << "only " << hung.unanswered() << " on the wire together";
+}  // the server closes them all: each chain ends with one failure
+
+namespace atexit_host {
+
+int finals = 0;
+test::LogCapture* log = nullptr;
+
+// The shape of a host whose static object flushes from its destructor, which
+// runs after the SDK's client was stopped at exit.
+struct Host {
+    ~Host() {
+        const bool flushed = QuovAd::shared().flush(std::chrono::seconds(5));
+        std::fprintf(stderr, "finals=%d retries=%zu flushed=%d\n", finals,
+                     log->linesStartingWith("Retry request").size(), flushed ? 1 : 0);
+    }
+};
+
+}  // namespace atexit_host
+
+TEST(TrackingAtExit, AFlushFromAStaticDestructorEndsAnInFlightChainOnce) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static atexit_host::Host host;  // made before the client, so destroyed after it
+            atexit_host::log = new test::LogCapture;
+            auto* hung = new UnansweringServer(UnansweringServer::After::Stall);
+            QVRequestHelper::getURLWithRetry(hung->url("/t"), 3, {}, [](const Error&) { ++atexit_host::finals; });
+            hung->waitForUnanswered(1, 20s);
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "finals=1 retries=0 flushed=1");
 }
 
 TEST(PercentEncoding, QuerySetStaysEverythingElseIsEscapedByte) {

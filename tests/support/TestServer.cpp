@@ -252,4 +252,123 @@ void RawRequestCapture::serve() {
     }
 }
 
+namespace {
+
+// Reads one request (head plus a Content-Length body); false at end of stream.
+bool readRequest(int fd, std::string& pending) {
+    char buf[4096];
+    for (;;) {
+        const std::size_t headEnd = pending.find("\r\n\r\n");
+        if (headEnd != std::string::npos) {
+            std::size_t length = 0;
+            for (std::size_t at = 0; at < headEnd;) {
+                const std::size_t eol = pending.find("\r\n", at);
+                if (strncasecmp(pending.c_str() + at, "content-length:", 15) == 0)
+                    length = std::strtoul(pending.c_str() + at + 15, nullptr, 10);
+                at = eol + 2;
+            }
+            if (pending.size() >= headEnd + 4 + length) {
+                pending.erase(0, headEnd + 4 + length);
+                return true;
+            }
+        }
+        const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+        if (n <= 0) return false;
+        pending.append(buf, static_cast<std::size_t>(n));
+    }
+}
+
+}  // namespace
+
+UnansweringServer::UnansweringServer(After after, std::size_t answered, std::string answer)
+    : after_(after), answered_(answered), answer_(std::move(answer)) {
+    listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof addr;
+    if (listenFd_ < 0 || ::bind(listenFd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+        ::listen(listenFd_, 256) != 0 ||
+        ::getsockname(listenFd_, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
+        if (listenFd_ >= 0) ::close(listenFd_);
+        throw std::runtime_error("UnansweringServer: cannot listen on 127.0.0.1");
+    }
+    port_ = ntohs(addr.sin_port);
+    acceptor_ = std::thread([this] {
+        for (;;) {
+            const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd < 0) return;
+            std::lock_guard lock(mutex_);
+            if (stopping_) {
+                ::close(fd);
+                return;
+            }
+            fds_.push_back(fd);
+            connections_.emplace_back([this, fd] { serve(fd); });
+        }
+    });
+}
+
+UnansweringServer::~UnansweringServer() {
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+        // Wakes every reader; the descriptors are closed after the joins.
+        for (int fd : fds_) ::shutdown(fd, SHUT_RDWR);
+    }
+    ::shutdown(listenFd_, SHUT_RDWR);
+    acceptor_.join();
+    for (auto& t : connections_) t.join();
+    for (int fd : fds_) ::close(fd);
+    ::close(listenFd_);
+}
+
+std::string UnansweringServer::url(const std::string& pathAndQuery) const {
+    return "http://127.0.0.1:" + std::to_string(port_) + pathAndQuery;
+}
+
+std::size_t UnansweringServer::count() const {
+    std::lock_guard lock(mutex_);
+    return count_;
+}
+
+std::size_t UnansweringServer::unanswered() const {
+    std::lock_guard lock(mutex_);
+    return unanswered_;
+}
+
+std::size_t UnansweringServer::connections() const {
+    std::lock_guard lock(mutex_);
+    return fds_.size();
+}
+
+bool UnansweringServer::waitForUnanswered(std::size_t n, std::chrono::milliseconds timeout) const {
+    std::unique_lock lock(mutex_);
+    return arrived_.wait_for(lock, timeout, [&] { return unanswered_ >= n; });
+}
+
+void UnansweringServer::serve(int fd) {
+    std::string pending;
+    while (readRequest(fd, pending)) {
+        bool answer;
+        {
+            std::lock_guard lock(mutex_);
+            answer = ++count_ <= answered_;
+            if (!answer) ++unanswered_;
+        }
+        arrived_.notify_all();
+        if (answer) {
+            (void)::send(fd, answer_.data(), answer_.size(), MSG_NOSIGNAL);
+            continue;
+        }
+        if (after_ == After::Close) {
+            ::shutdown(fd, SHUT_RDWR);
+            return;
+        }
+        char sink[512];  // stall: drain until the client or the destructor ends it
+        while (::recv(fd, sink, sizeof sink, 0) > 0) {}
+        return;
+    }
+}
+
 }  // namespace quov::test

@@ -136,4 +136,45 @@ private:
     std::vector<std::pair<std::string, std::string>> requests_;
 };
 
+/// A loopback server that answers its first `answered` requests on kept-alive
+/// connections (warming a client's connection pool), then reads every later
+/// request in full and either closes the connection at once without a word
+/// (Close) or holds it open, silent, until the server ends (Stall).
+class UnansweringServer {
+public:
+    enum class After { Close, Stall };
+    explicit UnansweringServer(After after, std::size_t answered = 0,
+                               std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
+                                                    "Content-Length: 2\r\n\r\n{}");
+    ~UnansweringServer();  // closes every connection, stalled ones too
+    UnansweringServer(const UnansweringServer&) = delete;
+    UnansweringServer& operator=(const UnansweringServer&) = delete;
+
+    int port() const { return port_; }
+    std::string url(const std::string& pathAndQuery) const;
+    /// Requests read in full, answered ones included.
+    std::size_t count() const;
+    /// Requests read in full and left unanswered.
+    std::size_t unanswered() const;
+    bool waitForUnanswered(std::size_t n, std::chrono::milliseconds timeout) const;
+    /// Connections accepted so far.
+    std::size_t connections() const;
+
+private:
+    void serve(int fd);
+    After after_;
+    std::size_t answered_;
+    std::string answer_;
+    int listenFd_ = -1;
+    int port_ = 0;
+    std::thread acceptor_;
+    mutable std::mutex mutex_;
+    mutable std::condition_variable arrived_;
+    std::vector<std::thread> connections_;
+    std::vector<int> fds_;
+    std::size_t count_ = 0;
+    std::size_t unanswered_ = 0;
+    bool stopping_ = false;
+};
+
 }  // namespace quov::test
