@@ -154,7 +154,7 @@ private:
 
 // ---------------------------------------------------------------- backend
 
-SdlBackend::SdlBackend(Application& app) : app_(app) {}
+SdlBackend::SdlBackend(Application& app) : app_(app), input_(app) {}
 
 void SdlBackend::attachWindow(SDL_Window* window) {
     if (window_ && window != window_) {
@@ -218,17 +218,7 @@ void SdlBackend::windowEvent(const SDL_WindowEvent& e) {
     }
 }
 
-bool SdlBackend::touch(std::uint64_t id, TouchPhase phase, Point p) {
-    auto key = app_.keyWindow();
-    if (!key) return false;
-    if (key->isTracking(id)) {
-        key->sendTouch(id, phase, p);
-        return true;
-    }
-    if (!key->hasVisibleContent()) return false;
-    if (phase == TouchPhase::Began) key->sendTouch(id, phase, p);
-    return true;
-}
+bool SdlBackend::touch(std::uint64_t id, TouchPhase phase, Point p) { return input_.touch(id, phase, p); }
 
 std::optional<HostKey> SdlBackend::hostKey(SDL_Keycode sym) {
     switch (sym) {
@@ -241,10 +231,7 @@ std::optional<HostKey> SdlBackend::hostKey(SDL_Keycode sym) {
     }
 }
 
-bool SdlBackend::sendKey(HostKey key, bool down) {
-    auto window = app_.keyWindow();
-    return window && window->sendKey(key, down);
-}
+bool SdlBackend::sendKey(HostKey key, bool down) { return input_.key(key, down); }
 
 bool SdlBackend::processEvent(const SDL_Event& event) {
     const auto ours = [this](std::uint32_t windowID) {

@@ -2,6 +2,7 @@
 
 #include "platform/Application.h"
 #include "platform/Image.h"
+#include "platform/toolkit/HostInput.h"
 #include "platform/toolkit/KeyInput.h"
 
 #include <SDL.h>
@@ -101,6 +102,7 @@ private:
     Point fromWindow(double x, double y) const { return {x / uiScale_, y / uiScale_}; }
 
     Application& app_;
+    HostInput input_;  // the same input rules as a host's own surface
     SDL_Window* window_ = nullptr;
     std::uint32_t windowId_ = 0;
     double uiScale_ = 1.0;
