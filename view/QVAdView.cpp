@@ -177,9 +177,14 @@ void QVAdView::onAdButtonTouchDown(Button& sender, const TouchEvent& event) {
 }
 
 void QVAdView::onAdButtonTouchUpInside(Button& sender, const TouchEvent& event) {
+    click(platform::locationInView(event.anyTouchForView(sender), sender));
+}
+
+void QVAdView::close(Button&, const TouchEvent&) { dismiss(); }
+
+void QVAdView::click(Point up) {
     // Kept alive through removal: the window may hold the last reference.
     auto self = std::static_pointer_cast<QVAdView>(shared_from_this());
-    const Point up = platform::locationInView(event.anyTouchForView(sender), sender);
     openURLStep(1);
     const Size adSize = imageView_->bounds().size;
     if (bid_) bid_->reportAdClickWithAdSize(adSize, touchDownPoint_, touchDownDate_, up, now());
@@ -187,10 +192,32 @@ void QVAdView::onAdButtonTouchUpInside(Button& sender, const TouchEvent& event) 
     removeFromSuperview();
 }
 
-void QVAdView::close(Button&, const TouchEvent&) {
+void QVAdView::dismiss() {
     auto self = std::static_pointer_cast<QVAdView>(shared_from_this());
     if (onAdClosed_) onAdClosed_(bid_);
     removeFromSuperview();
+}
+
+Point QVAdView::clickAreaCentre() const {
+    const Size s = clickAdButton_->bounds().size;
+    return {s.width / 2, s.height / 2};
+}
+
+void QVAdView::keyDown(platform::KeyAction action) {
+    if (action == platform::KeyAction::Dismiss) {
+        dismiss();
+        return;
+    }
+    touchDownPoint_ = clickAreaCentre();
+    touchDownDate_ = now();
+    activateHeld_ = true;
+}
+
+void QVAdView::keyUp(platform::KeyAction action) {
+    // A release without its press here (held before the ad came) clicks nothing.
+    if (action != platform::KeyAction::Activate || !activateHeld_) return;
+    activateHeld_ = false;
+    click(clickAreaCentre());
 }
 
 // Deep link, then the platform landing page, then the click URL; each only when the

@@ -8,6 +8,7 @@
 #include "platform/toolkit/ImageView.h"
 #include "platform/toolkit/NotificationCenter.h"
 #include "platform/toolkit/View.h"
+#include "platform/toolkit/KeyInput.h"
 
 #include <functional>
 #include <memory>
@@ -36,7 +37,7 @@ Size QVAdViewImageBoxSize(Size screen, const QVBidImageModel* firstImage);
 /// screen side, a transparent click area over the image and a 40-point close button
 /// beside it. Main thread. Owned by the window it is added to (and by a pending
 /// open-URL step while one runs); it removes itself after a click or a close.
-class QVAdView : public platform::View {
+class QVAdView : public platform::View, public platform::KeyResponder {
 public:
     using BidCallback = std::function<void(const QVBidModelPtr&)>;
 
@@ -59,6 +60,11 @@ public:
     void onAdButtonTouchDown(platform::Button& sender, const platform::TouchEvent& event);
     void onAdButtonTouchUpInside(platform::Button& sender, const platform::TouchEvent& event);
     void close(platform::Button& sender, const platform::TouchEvent& event);
+    /// Keys, for hosts without a pointer: Dismiss closes at once as the close button
+    /// does; Activate is a touch at the centre of the click area, down at the press
+    /// and up (a click) at the release.
+    void keyDown(platform::KeyAction action) override;
+    void keyUp(platform::KeyAction action) override;
     /// Removes, from v's superview up to the root, every constraint that relates v,
     /// then every constraint installed on v itself.
     void removeAllConstraintsFromView(const platform::ViewPtr& v);
@@ -78,6 +84,9 @@ public:
 
 private:
     void construct();
+    void click(Point up);
+    void dismiss();
+    Point clickAreaCentre() const;
     void openURLStep(int step);
     double now() const;
     platform::Application& app() const;
@@ -91,6 +100,7 @@ private:
     platform::ConstraintPtr imageViewWidth_;
     Point touchDownPoint_;
     double touchDownDate_ = 0;
+    bool activateHeld_ = false;
     BidCallback onAdClicked_;
     BidCallback onAdClosed_;
     QVBidModelPtr bid_;

@@ -9,7 +9,8 @@ namespace demo {
 const char* const kUsage =
     "usage: quov-demo [--bid-server URL] [--app-id ID] [--app-key KEY] [--imei X] [--oaid Y]\n"
     "                 [--ad-id SLOT] [--headless] [--screen WxH] [--scale S]\n"
-    "                 [--touch X,Y[:X2,Y2]] [--close] [--url-opener PROGRAM]\n"
+    "                 [--touch X,Y[:X2,Y2]] [--close] [--key NAME[,NAME...]]\n"
+    "                 [--url-opener PROGRAM]\n"
     "                 [--screenshot FILE.png] [--timeout SECONDS]\n"
     "\n"
     "Loads one interstitial ad and prints each delegate call as a line of JSON on stdout.\n"
@@ -52,7 +53,7 @@ std::optional<std::string> parseOptions(const std::vector<std::string>& args, Op
             o.close = true;
         } else if (a == "--bid-server" || a == "--app-id" || a == "--app-key" || a == "--imei" ||
                    a == "--oaid" || a == "--ad-id" || a == "--screen" || a == "--scale" ||
-                   a == "--touch" || a == "--url-opener" || a == "--screenshot" || a == "--timeout") {
+                   a == "--touch" || a == "--key" || a == "--url-opener" || a == "--screenshot" || a == "--timeout") {
             if (!value(v)) return a + " needs a value";
             if (a == "--bid-server") {
                 if (v.rfind("http://", 0) != 0 && v.rfind("https://", 0) != 0)
@@ -92,6 +93,16 @@ std::optional<std::string> parseOptions(const std::vector<std::string>& args, Op
                 if (colon != std::string::npos && !parsePoint(v.substr(colon + 1), t.upX, t.upY))
                     return "--touch takes X,Y[:X2,Y2]";
                 o.touch = t;
+            } else if (a == "--key") {
+                std::size_t start = 0;
+                while (true) {
+                    const auto comma = v.find(',', start);
+                    const std::string name = v.substr(start, comma == std::string::npos ? comma : comma - start);
+                    if (name.empty()) return "--key takes NAME[,NAME...]";
+                    o.keys.push_back(name);
+                    if (comma == std::string::npos) break;
+                    start = comma + 1;
+                }
             } else if (a == "--url-opener") {
                 if (v.empty()) return "--url-opener needs a program";
                 o.urlOpener = v;
@@ -105,7 +116,8 @@ std::optional<std::string> parseOptions(const std::vector<std::string>& args, Op
             return "unknown argument: " + a;
         }
     }
-    if (o.touch && o.close) return "--touch and --close exclude each other";
+    if ((o.touch ? 1 : 0) + (o.close ? 1 : 0) + (o.keys.empty() ? 0 : 1) > 1)
+        return "--touch, --close and --key exclude each other";
     return std::nullopt;
 }
 

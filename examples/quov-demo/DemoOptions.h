@@ -24,6 +24,9 @@ struct Options {
     bool scaleGiven = false;
     std::optional<TouchPlan> touch;
     bool close = false;
+    /// Key names sent in order once the ad is shown: escape, back, enter, space,
+    /// pad-a, pad-b, or any SDL key name.
+    std::vector<std::string> keys;
     std::string urlOpener = "xdg-open";
     std::optional<std::string> screenshot;
     double timeoutSeconds = 30;

@@ -103,6 +103,29 @@ void pushMouse(Uint32 type, int x, int y, Uint32 windowId) {
     SDL_PushEvent(&e);
 }
 
+/// One press and release of a named key: the keyboard, or the first game
+/// controller's A and B. Names SDL does not know go as SDLK_UNKNOWN.
+void pushKey(const std::string& name, Uint32 windowId) {
+    for (const bool down : {true, false}) {
+        SDL_Event e{};
+        if (name == "pad-a" || name == "pad-b") {
+            e.type = down ? SDL_CONTROLLERBUTTONDOWN : SDL_CONTROLLERBUTTONUP;
+            e.cbutton.button = name == "pad-a" ? SDL_CONTROLLER_BUTTON_A : SDL_CONTROLLER_BUTTON_B;
+            e.cbutton.state = down ? SDL_PRESSED : SDL_RELEASED;
+        } else {
+            e.type = down ? SDL_KEYDOWN : SDL_KEYUP;
+            e.key.windowID = windowId;
+            e.key.state = down ? SDL_PRESSED : SDL_RELEASED;
+            e.key.keysym.sym = name == "escape" ? SDLK_ESCAPE
+                               : name == "back" ? SDLK_AC_BACK
+                               : name == "enter" ? SDLK_RETURN
+                               : name == "space" ? SDLK_SPACE
+                                                 : SDL_GetKeyFromName(name.c_str());
+        }
+        SDL_PushEvent(&e);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -179,7 +202,8 @@ int main(int argc, char** argv) {
     ad.setDelegate(delegate);
     ad.loadAdWithAdId(opt.adId);
 
-    const bool interactive = !headless && !opt.touch && !opt.close;
+    const bool scripted = opt.touch || opt.close || !opt.keys.empty();
+    const bool interactive = !headless && !scripted;
     const auto start = Clock::now();
     const auto deadline = start + std::chrono::duration_cast<Clock::duration>(
                                       std::chrono::duration<double>(opt.timeoutSeconds));
@@ -211,7 +235,10 @@ int main(int argc, char** argv) {
         }
         SDL_RenderPresent(renderer);
 
-        if (settled && shot && !injected && (opt.touch || opt.close)) {
+        if (settled && shot && !injected && !opt.keys.empty()) {
+            for (const auto& name : opt.keys) pushKey(name, windowId);
+            injected = true;
+        } else if (settled && shot && !injected && (opt.touch || opt.close)) {
             demo::TouchPlan plan;
             if (opt.close) {
                 auto frame = quov::sdl::findElement("close");
@@ -233,7 +260,7 @@ int main(int argc, char** argv) {
 
         // A failure or a fetched bid never shows an ad: there is nothing to shoot.
         if (delegate->finished && (shot || !delegate->displayed)) break;
-        if (headless && !opt.touch && !opt.close && delegate->displayed && shot && settled) break;
+        if (headless && !scripted && delegate->displayed && shot && settled) break;
         if (injected && !delegate->finished && framesSinceDisplayed > 30) {
             // The taps landed nowhere that ends the flow (say, outside the ad).
             break;

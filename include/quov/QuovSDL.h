@@ -33,7 +33,10 @@ QUOV_EXPORT void attachWindow(SDL_Window* window);
 
 /// Pass every event. Returns true when the SDK consumed it: mouse and touch
 /// input while an SDK view is on screen, or that finishes a touch it began
-/// taking. Keyboard, window and all other events are never consumed.
+/// taking; while an ad is on screen, Escape, Back (SDLK_AC_BACK) and gamepad B
+/// (close the frontmost ad), Enter, keypad Enter, Space and gamepad A (click it),
+/// and the release of any press it took. Other keys, window and all other
+/// events are never consumed.
 QUOV_EXPORT bool processEvent(const SDL_Event& event);
 
 /// Draws the SDK's views into renderer after the host's frame and before

@@ -154,7 +154,7 @@ private:
 
 // ---------------------------------------------------------------- backend
 
-SdlBackend::SdlBackend(Application& app) : app_(app) {}
+SdlBackend::SdlBackend(Application& app) : app_(app), input_(app) {}
 
 void SdlBackend::attachWindow(SDL_Window* window) {
     if (window_ && window != window_) {
@@ -218,17 +218,20 @@ void SdlBackend::windowEvent(const SDL_WindowEvent& e) {
     }
 }
 
-bool SdlBackend::touch(std::uint64_t id, TouchPhase phase, Point p) {
-    auto key = app_.keyWindow();
-    if (!key) return false;
-    if (key->isTracking(id)) {
-        key->sendTouch(id, phase, p);
-        return true;
+bool SdlBackend::touch(std::uint64_t id, TouchPhase phase, Point p) { return input_.touch(id, phase, p); }
+
+std::optional<HostKey> SdlBackend::hostKey(SDL_Keycode sym) {
+    switch (sym) {
+        case SDLK_ESCAPE: return HostKey::Escape;
+        case SDLK_AC_BACK: return HostKey::Back;
+        case SDLK_RETURN:
+        case SDLK_KP_ENTER: return HostKey::Enter;
+        case SDLK_SPACE: return HostKey::Space;
+        default: return std::nullopt;
     }
-    if (!key->hasVisibleContent()) return false;
-    if (phase == TouchPhase::Began) key->sendTouch(id, phase, p);
-    return true;
 }
+
+bool SdlBackend::sendKey(HostKey key, bool down) { return input_.key(key, down); }
 
 bool SdlBackend::processEvent(const SDL_Event& event) {
     const auto ours = [this](std::uint32_t windowID) {
@@ -273,6 +276,20 @@ bool SdlBackend::processEvent(const SDL_Event& event) {
             if (m.which != SDL_TOUCH_MOUSEID && tracking(kMouseTouch))
                 return touch(kMouseTouch, TouchPhase::Moved, fromWindow(m.x, m.y));
             return showing();
+        }
+        case SDL_KEYDOWN:
+        case SDL_KEYUP: {
+            if (!ours(event.key.windowID)) return false;
+            const auto key = hostKey(event.key.keysym.sym);
+            return key && sendKey(*key, event.type == SDL_KEYDOWN);
+        }
+        case SDL_CONTROLLERBUTTONDOWN:
+        case SDL_CONTROLLERBUTTONUP: {
+            if (!window_) return false;
+            const auto button = event.cbutton.button;
+            if (button != SDL_CONTROLLER_BUTTON_A && button != SDL_CONTROLLER_BUTTON_B) return false;
+            return sendKey(button == SDL_CONTROLLER_BUTTON_A ? HostKey::GamepadA : HostKey::GamepadB,
+                           event.type == SDL_CONTROLLERBUTTONDOWN);
         }
         case SDL_MOUSEWHEEL:
             return ours(event.wheel.windowID) && showing();

@@ -2,11 +2,14 @@
 
 #include "platform/toolkit/Application.h"
 #include "platform/toolkit/Image.h"
+#include "platform/toolkit/HostInput.h"
+#include "platform/toolkit/KeyInput.h"
 
 #include <SDL.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 
 namespace quov::platform {
@@ -66,7 +69,9 @@ public:
     SDL_Window* window() const { return window_; }
 
     /// Returns whether the SDK consumed the event: mouse and touch input while an
-    /// SDK view is on screen (or a touch it is tracking). Window events of the
+    /// SDK view is on screen (or a touch it is tracking); Escape, Back, Enter, keypad
+    /// Enter, Space and gamepad A and B while an ad is on screen (and the release of
+    /// a press it took). Other keys pass. Window events of the
     /// attached window update the screen and the state and are never consumed.
     bool processEvent(const SDL_Event& event);
 
@@ -92,9 +97,12 @@ private:
     void syncScreen();
     void windowEvent(const SDL_WindowEvent& e);
     bool touch(std::uint64_t id, TouchPhase phase, Point p);
+    bool sendKey(HostKey key, bool down);
+    static std::optional<HostKey> hostKey(SDL_Keycode sym);
     Point fromWindow(double x, double y) const { return {x / uiScale_, y / uiScale_}; }
 
     Application& app_;
+    HostInput input_;  // the same input rules as a host's own surface
     SDL_Window* window_ = nullptr;
     std::uint32_t windowId_ = 0;
     double uiScale_ = 1.0;

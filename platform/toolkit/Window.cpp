@@ -54,6 +54,33 @@ void Window::cancelAllTouches() {
     }
 }
 
+bool Window::sendKey(HostKey key, bool down) {
+    auto self = shared_from_this();
+    const KeyAction action = keyAction(key);
+    if (!down) {
+        auto held = heldKeys_.find(key);
+        if (held == heldKeys_.end()) return false;
+        ViewPtr view = held->second.lock();
+        heldKeys_.erase(held);
+        if (view && view->isDescendantOfView(*this))
+            if (auto* responder = dynamic_cast<KeyResponder*>(view.get())) responder->keyUp(action);
+        return true;
+    }
+    if (heldKeys_.count(key)) return true;  // auto-repeat
+    const auto& views = subviews();
+    for (auto it = views.rbegin(); it != views.rend(); ++it) {
+        const ViewPtr view = *it;
+        if (view->isHidden() || view->alpha() <= 0) continue;
+        auto* responder = dynamic_cast<KeyResponder*>(view.get());
+        if (!responder) continue;
+        layoutIfNeeded();
+        heldKeys_[key] = view;
+        responder->keyDown(action);
+        return true;
+    }
+    return false;
+}
+
 bool Window::hasVisibleContent() const {
     for (const auto& v : subviews())
         if (!v->isHidden() && v->alpha() > 0) return true;

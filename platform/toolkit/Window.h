@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/toolkit/Touch.h"
+#include "platform/toolkit/KeyInput.h"
 #include "platform/toolkit/View.h"
 
 #include <cstdint>
@@ -31,9 +32,17 @@ public:
     /// Any subview that is visible: while there is, the window takes all input.
     bool hasVisibleContent() const;
 
+    /// Feeds one press or release of a key. A press goes to the frontmost visible
+    /// subview that takes keys (a repeat of a held key to nobody); a release to the
+    /// view that took its press, if that view is still in this window. Returns
+    /// whether the key was taken: a press while such a view is on screen, and the
+    /// release of a taken press even after its view has gone.
+    bool sendKey(HostKey key, bool down);
+
 private:
     TouchEvent makeEvent() const;
     std::map<std::uint64_t, Touch> touches_;
+    std::map<HostKey, std::weak_ptr<View>> heldKeys_;
 };
 
 }  // namespace quov::platform

@@ -195,6 +195,30 @@ TEST(DemoEndToEnd, CloseSendsNoClickTrackers) {
     EXPECT_FALSE(fs::exists(scratch.dir / "opened.txt"));
 }
 
+TEST(DemoEndToEnd, KeysCloseOrClickThroughSDLsQueueAndOtherKeysPass) {
+    const struct {
+        const char* keys;
+        const char* last;
+        std::size_t clicks;
+    } cases[] = {
+        {"a,escape", "onQuovSDKAdClosed", 0},
+        {"tab,pad-b", "onQuovSDKAdClosed", 0},
+        {"space", "onQuovSDKAdClicked", 1},
+        {"pad-a", "onQuovSDKAdClicked", 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.keys);
+        Scratch scratch;
+        ServerProcess server(scratch, "normal");
+        DemoRun run = runDemo(scratch, {"--headless", "--bid-server", server.base(), "--key", c.keys,
+                                        "--url-opener", writeOpener(scratch)});
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(events(run), (std::vector<std::string>{"onQuovSDKAdLoaded", "onQuovSDKAdDisplayed", c.last}));
+        EXPECT_EQ(trackerHits(server.stats(), "/track/click").size(), c.clicks);
+        EXPECT_EQ(fs::exists(scratch.dir / "opened.txt"), c.clicks == 1);
+    }
+}
+
 TEST(DemoEndToEnd, NoBidAndServerErrorReachTheHostAsErrorsAndTheServerSumsUp) {
     const std::pair<const char*, const char*> cases[] = {
         {"nobid", R"({"event":"onQuovSDKAdLoadFailed","domain":"QAPP","code":204,"description":null})"},

@@ -1,0 +1,154 @@
+// The RGBA path: an ad view drawn into a host-owned buffer, pixels checked at the
+// laid-out places, and the surface's input and change tracking.
+#include <quov/QuovFrame.h>  // first: the public header stands on its own, free of SDL
+
+#include "platform/toolkit/Window.h"
+#include "platform/toolkit/FrameSurface.h"
+#include "view/QVAdView.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <vector>
+
+namespace quov {
+namespace {
+
+using platform::TouchPhase;
+
+platform::ImagePtr solid(int w, int h, std::uint8_t r, std::uint8_t g, std::uint8_t b) {
+    auto img = std::make_shared<platform::Image>();
+    img->width = w;
+    img->height = h;
+    for (int i = 0; i < w * h; ++i) img->rgba.insert(img->rgba.end(), {r, g, b, 255});
+    return img;
+}
+
+struct Buffer {
+    int width, height, stride;
+    std::vector<std::uint8_t> bytes;
+    Buffer(int w, int h) : width(w), height(h), stride(w * 4 + 12), bytes(stride * h, 0xAB) {}
+    platform::RgbaTarget target() { return {bytes.data(), width, height, stride}; }
+    std::array<int, 4> at(double xPoints, double yPoints, double scale) const {
+        const auto* p = &bytes[static_cast<int>(yPoints * scale) * stride + static_cast<int>(xPoints * scale) * 4];
+        return {p[0], p[1], p[2], p[3]};
+    }
+    bool allTransparent() const {
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width * 4; ++x)
+                if (bytes[y * stride + x] != 0) return false;
+        return true;
+    }
+};
+
+struct Rig {
+    static constexpr double kScale = 2;
+    MainLoop loop;
+    platform::Application app{loop};
+    platform::FrameSurface surface{app};
+    std::vector<std::string> calls;
+
+    Rig() { surface.attach(375 * 2, 812 * 2, kScale); }
+    // A click's open chain holds the view: let it end while the application lives.
+    ~Rig() { loop.runUntil([this] { return app.pendingURLOpens() == 0; }, std::chrono::seconds(5)); }
+
+    std::shared_ptr<QVAdView> showAd() {
+        QVAdViewEnvironment env;
+        env.application = &app;
+        env.loadImage = [](std::weak_ptr<platform::ImageView> v, const std::optional<std::string>&) {
+            v.lock()->setImage(solid(60, 50, 250, 20, 10));
+        };
+        auto view = QVAdView::initWithFrame({{0, 0}, app.mainScreen().bounds().size}, env);
+        auto window = app.keyWindow();
+        window->addSubview(view);
+        view->setTranslatesAutoresizingMaskIntoConstraints(false);
+        platform::LayoutConstraint::activateConstraints({
+            view->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor()),
+            view->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor()),
+            view->widthAnchor().constraintEqualToAnchor(window->widthAnchor()),
+            view->heightAnchor().constraintEqualToAnchor(window->heightAnchor()),
+        });
+        auto bid = std::make_shared<QVBidModel>();
+        QVBidImageModel image;
+        image.setWidth(600);
+        image.setHeight(500);
+        bid->setImages({image});
+        view->showBid(
+            bid, [](auto&) {}, [this](auto&) { calls.push_back("clicked"); },
+            [this](auto&) { calls.push_back("closed"); });
+        return view;
+    }
+};
+
+TEST(FrameSurface, DrawsMaskImageAndCloseButtonWhereTheyAreLaidOut) {
+    Rig rig;
+    Buffer buf(750, 1624);
+    EXPECT_FALSE(rig.surface.needsDisplay()) << "nothing on screen";
+    ASSERT_TRUE(rig.surface.draw(buf.target()));
+    EXPECT_TRUE(buf.allTransparent());
+
+    auto view = rig.showAd();
+    EXPECT_TRUE(rig.surface.needsDisplay());
+    ASSERT_TRUE(rig.surface.draw(buf.target()));
+    EXPECT_FALSE(rig.surface.needsDisplay()) << "drawn and unchanged";
+    EXPECT_EQ(buf.bytes[750 * 4], 0xAB) << "padding beyond a row is the host's";
+
+    // Image box 318.75 x 265.625 centred on 375 x 812; close button 40 x 40 above its right edge.
+    const std::array<int, 4> mask{0, 0, 0, 204};  // 80 % black, premultiplied
+    const std::array<int, 4> image{250, 20, 10, 255};
+    const struct {
+        double x, y;
+        std::array<int, 4> want;
+        const char* what;
+    } probes[] = {
+        {2, 2, mask, "corner"},
+        {187.5, 406, image, "image centre"},
+        {28.6, 273.7, image, "image's top-left"},
+        {27.6, 406, mask, "just left of the image"},
+        {346.3, 538.3, image, "image's bottom-right"},
+        {187.5, 539.3, mask, "just below the image"},
+        {310.4, 223.7, mask, "close button's corner, outside the icon insets"},
+    };
+    for (const auto& p : probes) {
+        const auto got = buf.at(p.x, p.y, Rig::kScale);
+        for (int c = 0; c < 4; ++c) EXPECT_NEAR(got[c], p.want[c], 2) << p.what << " channel " << c << " = " << got[c];
+    }
+    const auto icon = buf.at(309.875 + 20, 223.1875 + 20, Rig::kScale);
+    if (view->closeButton()->imageForState(platform::ControlState::Normal)) {
+        EXPECT_GT(icon[0] + icon[1] + icon[2], 600) << "the icon's cross at the button's centre";
+    }
+
+    // A resize is a change; closing by key is one too, and leaves the layer clear.
+    rig.surface.attach(812 * 2, 375 * 2, Rig::kScale);
+    EXPECT_TRUE(rig.surface.needsDisplay());
+    ASSERT_TRUE(rig.surface.draw(buf.target()));
+    EXPECT_TRUE(rig.surface.input().key(platform::HostKey::Escape, true));
+    EXPECT_EQ(rig.calls, std::vector<std::string>{"closed"});
+    EXPECT_TRUE(rig.surface.needsDisplay());
+    ASSERT_TRUE(rig.surface.draw(buf.target()));
+    EXPECT_TRUE(buf.allTransparent());
+    EXPECT_FALSE(rig.surface.needsDisplay());
+}
+
+TEST(FrameSurface, PointerInPixelsClicksAndUnusableBuffersAreRefused) {
+    Rig rig;
+    EXPECT_FALSE(rig.surface.pointer(1, TouchPhase::Began, 10, 10)) << "no ad: the host's pointer";
+    auto view = rig.showAd();
+    EXPECT_TRUE(rig.surface.pointer(1, TouchPhase::Began, 10, 10)) << "outside the ad, still taken";
+    EXPECT_TRUE(rig.surface.pointer(1, TouchPhase::Ended, 10, 10));
+    EXPECT_TRUE(rig.calls.empty());
+    // (50, 60) points into the image, given in pixels at scale 2.
+    EXPECT_TRUE(rig.surface.pointer(7, TouchPhase::Began, (28.125 + 50) * 2, (273.1875 + 60) * 2));
+    EXPECT_DOUBLE_EQ(view->touchDownPoint().x, 50);
+    EXPECT_DOUBLE_EQ(view->touchDownPoint().y, 60);
+    EXPECT_TRUE(rig.surface.pointer(7, TouchPhase::Ended, (28.125 + 50) * 2, (273.1875 + 60) * 2));
+    EXPECT_EQ(rig.calls, std::vector<std::string>{"clicked"});
+
+    std::vector<std::uint8_t> px(16);
+    const platform::RgbaTarget bad[] = {
+        {nullptr, 2, 2, 8}, {px.data(), 0, 2, 8}, {px.data(), 2, -1, 8}, {px.data(), 2, 2, 7}};
+    for (const auto& t : bad) EXPECT_FALSE(rig.surface.draw(t));
+}
+
+}  // namespace
+}  // namespace quov
