@@ -100,12 +100,15 @@ void QVAdView::construct() {
     // Never ended, on purpose: generation stays on for the life of the process.
     application.beginGeneratingDeviceOrientationNotifications();
     std::weak_ptr<QVAdView> weak = self;
-    application.defaultCenter().addObserver(
-        this,
-        [weak](const platform::Notification& n) {
-            if (auto view = weak.lock()) view->deviceOrientationDidChange(n);
-        },
-        std::string(platform::UIDeviceOrientationDidChangeNotification));
+    const auto rebuild = [weak](const platform::Notification& n) {
+        if (auto view = weak.lock()) view->deviceOrientationDidChange(n);
+    };
+    application.defaultCenter().addObserver(this, rebuild,
+                                            std::string(platform::UIDeviceOrientationDidChangeNotification));
+    // The layout is made from the screen's size, so any resize (a smaller window,
+    // leaving fullscreen) needs it made again, not only a flip.
+    application.defaultCenter().addObserver(this, rebuild,
+                                            std::string(platform::QuovMainScreenDidChangeNotification));
 }
 
 void QVAdView::deviceOrientationDidChange(const platform::Notification&) {

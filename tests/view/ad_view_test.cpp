@@ -114,6 +114,28 @@ TEST(AdViewLayout, FiguresForPortraitLandscapeSquareAndTallImages) {
     }
 }
 
+TEST(AdViewLayout, EveryResizeLaysTheViewOutAgain) {
+    // No flip between portrait and landscape in any of these.
+    const std::tuple<const char*, Size, Size, Rect, Point> cases[] = {
+        {"1280x720 to 800x450", {1280, 720}, {800, 450}, {{170.5, 33.75}, {459, 382.5}}, {639.5, 30.75}},
+        {"leaving fullscreen", {1920, 1080}, {1280, 720}, {{272.8, 54}, {734.4, 612}}, {1017.2, 51}},
+        {"portrait grows", {375, 812}, {390, 844}, {{29.25, 283.875}, {331.5, 276.25}}, {323.75, 233.875}},
+    };
+    for (const auto& [name, from, to, image, close] : cases) {
+        SCOPED_TRACE(name);
+        Rig rig(from);
+        auto view = rig.makeView();
+        showQuietly(*view, bidWithImage(600, 500));
+        rig.app.setMainScreen(to, 3);
+        rig.window->layoutIfNeeded();
+        expectRect(view->imageView()->frame(), image, "image");
+        expectRect(view->clickAdButton()->frame(), image, "click area");
+        expectRect(view->closeButton()->frame(), {close, {40, 40}}, "close button, inside the window");
+        EXPECT_EQ(view->frame(), (Rect{{0, 0}, to}));
+        EXPECT_EQ(subviewConstraints(*view), 16u);
+    }
+}
+
 TEST(AdViewLayout, UnusableImagesGetASquareBox) {
     QVBidImageModel zeroW, zeroH, negative;
     zeroW.setWidth(0), zeroW.setHeight(500);
