@@ -54,8 +54,9 @@ std::string QVDeviceInfo::dataMD5(const std::optional<std::string>& text) {
 }
 
 std::string QVDeviceInfo::fileMD5(const std::string& path) {
-    // Non-blocking open so a FIFO without a writer cannot hang the caller.
-    Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    // A blocking open and blocking reads: a FIFO is hashed from the writer that
+    // connects until it closes, never cut short by a writer that is late or idle.
+    Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (fd.get() < 0) return "";
     struct stat st {};
     if (::fstat(fd.get(), &st) != 0 || S_ISDIR(st.st_mode)) return "";

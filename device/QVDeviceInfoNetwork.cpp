@@ -73,7 +73,7 @@ std::string QVDeviceInfo::getMacAddress() {
     // halves is part of the contract.
     std::optional<std::string> address = hardwareAddressText(*p);
     const bool haveAddress = address && !address->empty();
-    const int major = majorVersion(p->systemVersion());
+    const int major = majorVersion(p->identityRuleVersion());
     if (major <= 5) return haveAddress ? *address : "000000000000";
     if (major == 6 && haveAddress) return *address;
     return vendorIdentifierRule(*p);

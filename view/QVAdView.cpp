@@ -77,10 +77,19 @@ void QVAdView::construct() {
     closeButton_->setContentEdgeInsets({5, 5, 5, 5});
     imageView_->setContentMode(platform::ContentMode::ScaleAspectFit);
 
-    // A missing bundle or icon leaves the button without an image; it still works.
+    // Looked for only beside the library. Without it the button has no image but
+    // keeps its place and action.
     const platform::Bundle code = platform::Bundle::bundleForLibrary();
     const auto bundle = platform::Bundle::bundleWithURL(code.URLForResource("quovsdk_images", "bundle"));
-    closeButton_->setImage(platform::imageNamed("SF_x_circle_fill", bundle), platform::ControlState::Normal);
+    platform::ImagePtr icon = platform::imageNamed("SF_x_circle_fill", bundle);
+    if (!icon) {
+        const std::string where = code.directories().empty() ? std::string("(unknown)")
+                                                              : code.directories().front().string();
+        platform::logLine(bundle ? "SF_x_circle_fill is missing or unreadable in quovsdk_images.bundle in " + where +
+                                       "; the close button has no icon"
+                                 : "quovsdk_images.bundle is missing in " + where + "; the close button has no icon");
+    }
+    closeButton_->setImage(std::move(icon), platform::ControlState::Normal);
 
     closeButton_->addTarget(self, &QVAdView::close, platform::ControlEventTouchUpInside);
 
@@ -91,12 +100,15 @@ void QVAdView::construct() {
     // Never ended, on purpose: generation stays on for the life of the process.
     application.beginGeneratingDeviceOrientationNotifications();
     std::weak_ptr<QVAdView> weak = self;
-    application.defaultCenter().addObserver(
-        this,
-        [weak](const platform::Notification& n) {
-            if (auto view = weak.lock()) view->deviceOrientationDidChange(n);
-        },
-        std::string(platform::UIDeviceOrientationDidChangeNotification));
+    const auto rebuild = [weak](const platform::Notification& n) {
+        if (auto view = weak.lock()) view->deviceOrientationDidChange(n);
+    };
+    application.defaultCenter().addObserver(this, rebuild,
+                                            std::string(platform::UIDeviceOrientationDidChangeNotification));
+    // The layout is made from the screen's size, so any resize (a smaller window,
+    // leaving fullscreen) needs it made again, not only a flip.
+    application.defaultCenter().addObserver(this, rebuild,
+                                            std::string(platform::QuovMainScreenDidChangeNotification));
 }
 
 void QVAdView::deviceOrientationDidChange(const platform::Notification&) {

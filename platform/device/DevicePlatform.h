@@ -57,6 +57,10 @@ public:
     virtual std::string machineIdentifier() const = 0;
     virtual std::string systemName() const = 0;
     virtual std::string systemVersion() const = 0;
+    /// The version the hardware-address rule of getMacAddress reads; by default the
+    /// system version. A platform whose version numbers do not follow that rule's
+    /// numbering answers one of 7 or more, so no hardware address is ever sent.
+    virtual std::string identityRuleVersion() const { return systemVersion(); }
     /// The generic model word of the device.
     virtual std::string model() const = 0;
     /// The interface idiom, absent when the device does not answer the question.

@@ -334,6 +334,10 @@ std::string LinuxDevicePlatform::systemVersion() const {
     return u.release;
 }
 
+// Distribution and kernel versions (Debian 12, Alpine 3.19, Yocto 4.0, kernel 6.x) say
+// nothing about the address rule's numbering; below 7 it would send the real MAC.
+std::string LinuxDevicePlatform::identityRuleVersion() const { return "7"; }
+
 std::string LinuxDevicePlatform::chassis() const {
     if (auto info = readFile(path("/etc/machine-info"))) {
         if (auto c = envFileValue(*info, "CHASSIS"); c && knownChassis(*c)) return *c;

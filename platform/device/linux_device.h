@@ -46,6 +46,7 @@ public:
     std::string machineIdentifier() const override;
     std::string systemName() const override;
     std::string systemVersion() const override;
+    std::string identityRuleVersion() const override;
     std::string model() const override;
     std::optional<int> userInterfaceIdiom() const override;
     bool screenAnswersDisplayLink() const override;

@@ -1,20 +1,14 @@
 #include "platform/media/ResourceBundle.h"
 
-#include <map>
-#include <mutex>
+#include "platform/media/ImageDecoder.h"
 
-#include <SDL.h>
-#include <SDL_image.h>
 #include <dlfcn.h>
 
-#include <cstring>
-#include <memory>
+#include <fstream>
+#include <map>
+#include <mutex>
 #include <string>
 #include <system_error>
-
-#ifndef QUOV_BUILD_RESOURCE_DIR
-#define QUOV_BUILD_RESOURCE_DIR ""
-#endif
 
 namespace quov::platform {
 namespace {
@@ -34,41 +28,43 @@ fs::path directoryOfOurCode() {
     return (ec ? file : canonical).parent_path();
 }
 
-struct SurfaceFree {
-    void operator()(SDL_Surface* s) const { SDL_FreeSurface(s); }
-};
-using SurfacePtr = std::unique_ptr<SDL_Surface, SurfaceFree>;
+std::mutex& directoryMutex() {
+    static std::mutex m;
+    return m;
+}
+std::optional<fs::path>& directoryOverride() {
+    static std::optional<fs::path> dir;
+    return dir;
+}
 
-constexpr int kMaxSide = 4096;
-
+// A resource is trusted no more than a download: same caps, same refused formats.
 ImagePtr decodeFile(const fs::path& path) {
-    SurfacePtr loaded(IMG_Load(path.c_str()));
-    if (!loaded || loaded->w <= 0 || loaded->h <= 0 || loaded->w > kMaxSide || loaded->h > kMaxSide)
-        return nullptr;
-    SurfacePtr rgba(SDL_ConvertSurfaceFormat(loaded.get(), SDL_PIXELFORMAT_RGBA32, 0));
-    if (!rgba) return nullptr;
-    auto image = std::make_shared<Image>();
-    image->width = rgba->w;
-    image->height = rgba->h;
-    const auto rowBytes = static_cast<std::size_t>(rgba->w) * 4;
-    image->rgba.resize(rowBytes * static_cast<std::size_t>(rgba->h));
-    if (SDL_LockSurface(rgba.get()) != 0) return nullptr;
-    const auto* src = static_cast<const std::uint8_t*>(rgba->pixels);
-    for (int y = 0; y < rgba->h; ++y)
-        std::memcpy(image->rgba.data() + rowBytes * static_cast<std::size_t>(y),
-                    src + static_cast<std::ptrdiff_t>(y) * rgba->pitch, rowBytes);
-    SDL_UnlockSurface(rgba.get());
-    return image;
+    const ImageLimits limits;
+    std::error_code ec;
+    if (!fs::is_regular_file(path, ec)) return nullptr;
+    const auto size = fs::file_size(path, ec);
+    if (ec || size > limits.maxBytes) return nullptr;
+    std::ifstream in(path, std::ios::binary);
+    std::string bytes(static_cast<std::size_t>(size), '\0');
+    if (!in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) return nullptr;
+    return decodeImage(bytes, limits);
 }
 
 }  // namespace
 
 Bundle Bundle::bundleForLibrary() {
+    {
+        std::lock_guard lock(directoryMutex());
+        if (directoryOverride()) return Bundle({*directoryOverride()});
+    }
     std::vector<fs::path> dirs;
     if (auto own = directoryOfOurCode(); !own.empty()) dirs.push_back(own);
-    if (const fs::path build = QUOV_BUILD_RESOURCE_DIR; !build.empty() && (dirs.empty() || build != dirs.front()))
-        dirs.push_back(build);
     return Bundle(std::move(dirs));
+}
+
+void Bundle::setLibraryDirectory(std::optional<fs::path> directory) {
+    std::lock_guard lock(directoryMutex());
+    directoryOverride() = std::move(directory);
 }
 
 std::optional<Bundle> Bundle::bundleWithURL(const std::optional<fs::path>& url) {

@@ -17,8 +17,12 @@ public:
         : directories_(std::move(directories)) {}
 
     /// The bundle that holds the library's code: the directory of libquovsdk (or of
-    /// the program it is linked into), then the build tree's output directory.
+    /// the program it is linked into), or the one setLibraryDirectory named. Nowhere else.
     static Bundle bundleForLibrary();
+    /// Makes bundleForLibrary() answer directory instead of the code's own; nullopt
+    /// restores it. For programs that link the library statically and keep its
+    /// resources elsewhere, and for tests. Any thread.
+    static void setLibraryDirectory(std::optional<std::filesystem::path> directory);
     /// A bundle opened at a directory; none when url is absent or not a directory.
     static std::optional<Bundle> bundleWithURL(const std::optional<std::filesystem::path>& url);
 
@@ -36,8 +40,8 @@ private:
 /// bundleForLibrary(); none when it is not installed.
 std::optional<Bundle> resourceBundle();
 
-/// Decodes "name.png" of bundle to RGBA. Null when there is no bundle, no such
-/// file, or it is not an image of at most 4096 x 4096 pixels.
+/// Decodes "name.png" of bundle to RGBA with the ad images' guarded decoder. Null
+/// when there is no bundle, no such file, or the decoder refuses it.
 ImagePtr imageNamed(std::string_view name, const std::optional<Bundle>& bundle);
 
 }  // namespace quov::platform

@@ -42,9 +42,11 @@ void Application::setMainScreen(Size points, double scale) {
     const Screen next(points, scale);
     if (next == screen_) return;
     const bool flipped = next.isPortrait() != screen_.isPortrait();
+    const bool resized = next.bounds().size != screen_.bounds().size;
     screen_ = next;
     if (keyWindow_) keyWindow_->setFrame(screen_.bounds());
     changed();
+    if (resized) center_.postNotificationName(QuovMainScreenDidChangeNotification, this);
     if (flipped) deviceOrientationDidChange();
 }
 

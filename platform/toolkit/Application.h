@@ -17,6 +17,10 @@
 
 namespace quov::platform {
 
+/// Posted by the application (as sender) after every change of the main screen's
+/// size in points, a flip between portrait and landscape or not.
+inline constexpr std::string_view QuovMainScreenDidChangeNotification = "QuovMainScreenDidChangeNotification";
+
 class LinuxDevicePlatform;
 
 /// Active, inactive or background: the device layer's values.
@@ -39,7 +43,8 @@ public:
 
     // --- the main screen (default 1280 x 720 points at scale 1) ---
     const Screen& mainScreen() const { return screen_; }
-    /// Resizes the key window to the new bounds and posts the orientation
+    /// Resizes the key window to the new bounds, posts
+    /// QuovMainScreenDidChangeNotification when the size changed and the orientation
     /// notification when portrait and landscape flipped. Sizes that are not
     /// positive and finite, and scales that are not, are ignored.
     void setMainScreen(Size points, double scale);

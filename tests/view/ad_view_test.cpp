@@ -1,13 +1,18 @@
 #include "view/QVAdView.h"
 
 #include "facade/QuovAdFlow.h"
+#include "platform/media/ResourceBundle.h"
 #include "platform/toolkit/Window.h"
 #include "support/LogCapture.h"
 #include "support/RecordingDelegate.h"
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <set>
+
+#include <unistd.h>
 
 namespace quov {
 namespace {
@@ -106,6 +111,28 @@ TEST(AdViewLayout, FiguresForPortraitLandscapeSquareAndTallImages) {
         expectRect(view->closeButton()->frame(), {close, {40, 40}}, "close button");
         EXPECT_EQ(view->maskView()->frame(), (Rect{{0, 0}, screen}));
         EXPECT_EQ(view->frame(), (Rect{{0, 0}, screen}));
+    }
+}
+
+TEST(AdViewLayout, EveryResizeLaysTheViewOutAgain) {
+    // No flip between portrait and landscape in any of these.
+    const std::tuple<const char*, Size, Size, Rect, Point> cases[] = {
+        {"1280x720 to 800x450", {1280, 720}, {800, 450}, {{170.5, 33.75}, {459, 382.5}}, {639.5, 30.75}},
+        {"leaving fullscreen", {1920, 1080}, {1280, 720}, {{272.8, 54}, {734.4, 612}}, {1017.2, 51}},
+        {"portrait grows", {375, 812}, {390, 844}, {{29.25, 283.875}, {331.5, 276.25}}, {323.75, 233.875}},
+    };
+    for (const auto& [name, from, to, image, close] : cases) {
+        SCOPED_TRACE(name);
+        Rig rig(from);
+        auto view = rig.makeView();
+        showQuietly(*view, bidWithImage(600, 500));
+        rig.app.setMainScreen(to, 3);
+        rig.window->layoutIfNeeded();
+        expectRect(view->imageView()->frame(), image, "image");
+        expectRect(view->clickAdButton()->frame(), image, "click area");
+        expectRect(view->closeButton()->frame(), {close, {40, 40}}, "close button, inside the window");
+        EXPECT_EQ(view->frame(), (Rect{{0, 0}, to}));
+        EXPECT_EQ(subviewConstraints(*view), 16u);
     }
 }
 
@@ -294,6 +321,47 @@ TEST(AdViewClick, ClickWithoutTouchDownAndCloseWithoutClick) {
     EXPECT_EQ(closed.view->superview(), nullptr);
     closed.settle();
     EXPECT_TRUE(closed.opened.empty()) << "a close opens nothing";
+}
+
+TEST(AdViewCloseIcon, OnlyBesideTheLibraryAndTheButtonWorksWithoutIt) {
+    namespace fs = std::filesystem;
+    const fs::path scratch = fs::temp_directory_path() / ("quov-icon-" + std::to_string(::getpid()));
+    fs::create_directories(scratch / "empty");
+    fs::create_directories(scratch / "refused" / "quovsdk_images.bundle");
+    // A GIF under the icon's name: the ad images' decoder refuses that format.
+    std::ofstream(scratch / "refused" / "quovsdk_images.bundle" / "SF_x_circle_fill.png", std::ios::binary)
+        << std::string("GIF89a\x01\x00\x01\x00\x80\x00\x00\x00\x00\x00\xff\xff\xff,\x00\x00\x00\x00"
+                       "\x01\x00\x01\x00\x00\x02\x02D\x01\x00;", 35);
+    const std::tuple<const char*, std::optional<fs::path>, bool, const char*> cases[] = {
+        {"beside the test program", std::nullopt, true, nullptr},
+        {"no bundle", scratch / "empty", false, "quovsdk_images.bundle is missing"},
+        {"refused icon", scratch / "refused", false, "SF_x_circle_fill is missing or unreadable"},
+    };
+    for (const auto& [name, directory, hasIcon, logged] : cases) {
+        SCOPED_TRACE(name);
+        platform::Bundle::setLibraryDirectory(directory);
+        test::LogCapture log;
+        Rig rig({375, 812});
+        auto view = rig.makeView();
+        int closes = 0;
+        view->showBid(bidWithImage(600, 500), [](auto&) {}, [](auto&) {}, [&](auto&) { ++closes; });
+        EXPECT_EQ(view->closeButton()->imageForState(platform::ControlState::Normal) != nullptr, hasIcon);
+        const auto lines = log.lines();
+        if (logged) {
+            ASSERT_EQ(lines.size(), 1u);
+            EXPECT_NE(lines[0].find(logged), std::string::npos) << lines[0];
+        } else {
+            EXPECT_TRUE(lines.empty());
+        }
+        expectRect(view->closeButton()->frame(), {{309.875, 223.1875}, {40, 40}}, "the button keeps its place");
+        const Point mid = {309.875 + 20, 223.1875 + 20};
+        rig.window->sendTouch(1, TouchPhase::Began, mid);
+        rig.window->sendTouch(1, TouchPhase::Ended, mid);
+        EXPECT_EQ(closes, 1) << "and its action";
+        rig.settle();
+    }
+    platform::Bundle::setLibraryDirectory(std::nullopt);
+    fs::remove_all(scratch);
 }
 
 TEST(FacadeViewPath, PinsEachViewToTheKeyWindowAndFailsClearlyWithoutOne) {
