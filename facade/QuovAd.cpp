@@ -5,6 +5,7 @@
 #include <quov/QVRequestHelper.h>
 
 #include "facade/QuovAdFlow.h"
+#include "platform/ImageLoader.h"
 #include "platform/Log.h"
 
 #include <mutex>
@@ -67,7 +68,7 @@ void QuovAdFlow::setViewPresenter(ViewPresenter presenter) {
     presenterSlot() = std::move(presenter);
 }
 
-void QuovAdFlow::presentOnView(QuovAd& ad, QVBidModelPtr bid) {
+void QuovAdFlow::presentOnView(QuovAd& ad, QVBidModelPtr bid, std::optional<platform::ImagePtr> preloaded) {
     ViewPresenter presenter;
     {
         std::lock_guard lock(presenterMutex);
@@ -76,7 +77,7 @@ void QuovAdFlow::presentOnView(QuovAd& ad, QVBidModelPtr bid) {
     if (presenter) {
         presenter(ad, std::move(bid));
     } else {
-        showInKeyWindow(ad, std::move(bid));
+        showInKeyWindow(ad, std::move(bid), std::move(preloaded));
     }
 }
 
@@ -103,9 +104,40 @@ LoadCompletion QuovAdFlow::makeLoadCompletion(QuovAd& ad) {
             if (auto d = facade->delegate()) d->onQuovSDKAdFetchedBid(first);
             return;
         }
+        if (facade->preloadBeforeShow_) {
+            prepare(*facade, std::move(first));
+            return;
+        }
         if (auto d = facade->delegate()) d->onQuovSDKAdLoaded();
         presentOnView(*facade, std::move(first));
     };
+}
+
+void QuovAdFlow::prepare(QuovAd& ad, QVBidModelPtr bid) {
+    auto prepared = std::make_shared<QuovPreparedAd>();
+    prepared->bid = std::move(bid);
+    ad.prepared_ = prepared;  // an earlier ad, ready or still loading, is dropped
+    std::optional<std::string> url;
+    if (prepared->bid && !prepared->bid->images().empty()) url = prepared->bid->images().front().url();
+    platform::ImageLoader::shared().load(
+        url, [lookup = weakFacade(ad), weak = std::weak_ptr<QuovPreparedAd>(prepared)](platform::ImagePtr image) {
+            QuovAd* facade = lookup();
+            auto current = weak.lock();
+            if (!facade || !current || facade->prepared_ != current) return;
+            current->image = std::move(image);
+            current->ready = true;
+            if (auto d = facade->delegate()) d->onQuovSDKAdLoaded();
+        });
+}
+
+bool QuovAd::isAdReady() const { return prepared_ && prepared_->ready; }
+
+bool QuovAd::showAd() {
+    if (!isAdReady()) return false;
+    const std::shared_ptr<QuovPreparedAd> ready = std::move(prepared_);
+    prepared_.reset();
+    QuovAdFlow::presentOnView(*this, ready->bid, ready->image);
+    return true;
 }
 
 }  // namespace quov
