@@ -16,6 +16,7 @@ void QuovAdFlow::showInKeyWindow(QuovAd& ad, QVBidModelPtr bid, std::optional<pl
     }
     const Size screen = app.mainScreen().bounds().size;
     QVAdViewEnvironment environment = defaultAdViewEnvironment();
+    environment.fitToScreen = ad.fitAdToScreen();
     if (preloaded) {
         environment.loadImage = [image = *preloaded](std::weak_ptr<platform::ImageView> target,
                                                      const std::optional<std::string>&) {

@@ -90,6 +90,14 @@ public:
     /// image download still leaves the ad ready: it shows without an image.
     bool showAd();
 
+    /// Fit the ad to the screen: the image box is scaled down, its ratio kept, until
+    /// the image and its close button lie inside the screen, whatever the screen's
+    /// and the creative's shapes. Off (the default): 85 % of one screen side, the
+    /// other side following the creative, so a wide or tall creative can put the close
+    /// button off screen. Applies to ad views made afterwards. Main thread.
+    void setFitAdToScreen(bool on) { fitAdToScreen_ = on; }
+    bool fitAdToScreen() const { return fitAdToScreen_; }
+
 private:
     friend struct QuovAdFlow;
     std::optional<std::string> appId_;
@@ -100,6 +108,7 @@ private:
     // Loads and ad views outlive a facade made with QuovAd(): they check this first.
     std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
     bool preloadBeforeShow_ = false;
+    bool fitAdToScreen_ = false;
     std::shared_ptr<QuovPreparedAd> prepared_;  // the newest preloaded bid, ready or not
 };
 
