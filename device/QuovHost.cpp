@@ -1,6 +1,9 @@
 #include <quov/QuovHost.h>
 
+#include "network/BidServerBase.h"
 #include "platform/linux_device.h"
+
+#include <stdexcept>
 
 namespace quov {
 
@@ -22,6 +25,18 @@ void QuovHost::setMainScreen(const MainScreen& screen) {
 
 void QuovHost::setApplicationState(ApplicationState state) {
     platform::LinuxDevicePlatform::shared()->setApplicationState(state);
+}
+
+}  // namespace quov
+
+namespace quov {
+
+void QuovHost::setBidServerBase(std::optional<std::string> base) {
+    if (base) {
+        if (auto problem = network::bidServerBaseProblem(*base))
+            throw std::invalid_argument("QuovHost::setBidServerBase(\"" + *base + "\"): " + *problem);
+    }
+    network::setBidServerBaseOverride(std::move(base));
 }
 
 }  // namespace quov
