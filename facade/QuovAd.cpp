@@ -35,6 +35,7 @@ QuovAd::QuovAd() : imei_(std::string()), oaid_(std::string()) {}
 QuovAd::~QuovAd() = default;
 
 void QuovAd::setupWithAppId(std::optional<std::string> appId, std::optional<std::string> appKey) {
+    QuovAdFlow::checkMainThread("QuovAd::setupWithAppId");
     appId_ = std::move(appId);
     appKey_ = std::move(appKey);
     platform::QVLog("Init Finished, AppId: %@ AppKey %@", platform::orNull(AppId()),
@@ -42,10 +43,17 @@ void QuovAd::setupWithAppId(std::optional<std::string> appId, std::optional<std:
     platform::QVLog("deviceInfo %@", QVDeviceInfo::deviceInfo().describe());
 }
 
-void QuovAd::setIMEI(std::optional<std::string> imei) { imei_ = std::move(imei); }
-void QuovAd::setOAID(std::optional<std::string> oaid) { oaid_ = std::move(oaid); }
+void QuovAd::setIMEI(std::optional<std::string> imei) {
+    QuovAdFlow::checkMainThread("QuovAd::setIMEI");
+    imei_ = std::move(imei);
+}
+void QuovAd::setOAID(std::optional<std::string> oaid) {
+    QuovAdFlow::checkMainThread("QuovAd::setOAID");
+    oaid_ = std::move(oaid);
+}
 
 void QuovAd::loadAdWithAdId(std::optional<std::string> adId) {
+    QuovAdFlow::checkMainThread("QuovAd::loadAdWithAdId");
     if (!appKey_ || !appId_) {
         platform::QVLog("Please call `setup` initialize first");
         return;
@@ -133,6 +141,7 @@ void QuovAdFlow::prepare(QuovAd& ad, QVBidModelPtr bid) {
 bool QuovAd::isAdReady() const { return prepared_ && prepared_->ready; }
 
 bool QuovAd::showAd() {
+    QuovAdFlow::checkMainThread("QuovAd::showAd");
     if (!isAdReady()) return false;
     const std::shared_ptr<QuovPreparedAd> ready = std::move(prepared_);
     prepared_.reset();

@@ -29,6 +29,10 @@ struct QuovAdFlow {
     /// its first image and then marks it ready and calls onQuovSDKAdLoaded.
     static void prepare(QuovAd& ad, QVBidModelPtr bid);
 
+    /// Logs once per process when an entry point runs on a thread other than the
+    /// one draining MainLoop::shared() (known from its first drain on). All builds.
+    static void checkMainThread(const char* call);
+
     /// The facade as long as it exists (shared() always does); null after a facade
     /// made with QuovAd() is gone. Completions and view callbacks look it up first.
     static std::function<QuovAd*()> weakFacade(QuovAd& ad);
