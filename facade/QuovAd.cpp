@@ -9,6 +9,7 @@
 #include "platform/Log.h"
 
 #include <mutex>
+#include <utility>
 
 extern "C" {
 const double QuovSDKVersionNumber = 1.0;
@@ -143,8 +144,7 @@ bool QuovAd::isAdReady() const { return prepared_ && prepared_->ready; }
 bool QuovAd::showAd() {
     QuovAdFlow::checkMainThread("QuovAd::showAd");
     if (!isAdReady()) return false;
-    const std::shared_ptr<QuovPreparedAd> ready = std::move(prepared_);
-    prepared_.reset();
+    const std::shared_ptr<QuovPreparedAd> ready = std::exchange(prepared_, nullptr);
     QuovAdFlow::presentOnView(*this, ready->bid, ready->image);
     return true;
 }
