@@ -48,7 +48,8 @@ std::optional<std::string> QVDeviceInfo::getLocalAppVersion() {
 
 std::string QVDeviceInfo::getApplicationName() {
     auto name = bundleValue(platform::devicePlatform()->bundleInfo(), "CFBundleName");
-    if (!name) throw std::invalid_argument("getApplicationName: the bundle information has no \"CFBundleName\"");
+    if (!name) throw std::invalid_argument(
+            "getApplicationName: the bundle information has no \"CFBundleName\"; set it with QuovHost::setBundleInfo");
     return *name;
 }
 

@@ -12,6 +12,9 @@ namespace {
 [[noreturn]] void throwAbsent(const std::string& key, std::string_view source) {
     std::string message = "DeviceInfoRecord: absent value for key \"" + key + "\"";
     if (!source.empty()) message += " (from \"" + std::string(source) + "\")";
+    if (source.rfind("CFBundle", 0) == 0)
+        message += ": the bundle information has no \"" + std::string(source) +
+                   "\"; set it with QuovHost::setBundleInfo before setup";
     throw std::invalid_argument(message);
 }
 

@@ -1,7 +1,10 @@
 #include <quov/QuovHost.h>
 
+#include "network/BidServerBase.h"
 #include "platform/opener/UrlOpener.h"
 #include "platform/device/linux_device.h"
+
+#include <stdexcept>
 
 namespace quov {
 
@@ -27,6 +30,18 @@ void QuovHost::setApplicationState(ApplicationState state) {
 
 std::vector<std::string> QuovHost::allowURLSchemes(const std::vector<std::string>& schemes) {
     return platform::setAllowedURLSchemes(schemes);
+}
+
+}  // namespace quov
+
+namespace quov {
+
+void QuovHost::setBidServerBase(std::optional<std::string> base) {
+    if (base) {
+        if (auto problem = network::bidServerBaseProblem(*base))
+            throw std::invalid_argument("QuovHost::setBidServerBase(\"" + *base + "\"): " + *problem);
+    }
+    network::setBidServerBaseOverride(std::move(base));
 }
 
 }  // namespace quov

@@ -5,9 +5,11 @@
 #include <quov/QVRequestHelper.h>
 
 #include "facade/QuovAdFlow.h"
+#include "platform/media/ImageLoader.h"
 #include "platform/runtime/Log.h"
 
 #include <mutex>
+#include <utility>
 
 extern "C" {
 const double QuovSDKVersionNumber = 1.0;
@@ -34,6 +36,7 @@ QuovAd::QuovAd() : imei_(std::string()), oaid_(std::string()) {}
 QuovAd::~QuovAd() = default;
 
 void QuovAd::setupWithAppId(std::optional<std::string> appId, std::optional<std::string> appKey) {
+    QuovAdFlow::checkMainThread("QuovAd::setupWithAppId");
     appId_ = std::move(appId);
     appKey_ = std::move(appKey);
     platform::QVLog("Init Finished, AppId: %@ AppKey %@", platform::orNull(AppId()),
@@ -41,10 +44,17 @@ void QuovAd::setupWithAppId(std::optional<std::string> appId, std::optional<std:
     platform::QVLog("deviceInfo %@", QVDeviceInfo::deviceInfo().describe());
 }
 
-void QuovAd::setIMEI(std::optional<std::string> imei) { imei_ = std::move(imei); }
-void QuovAd::setOAID(std::optional<std::string> oaid) { oaid_ = std::move(oaid); }
+void QuovAd::setIMEI(std::optional<std::string> imei) {
+    QuovAdFlow::checkMainThread("QuovAd::setIMEI");
+    imei_ = std::move(imei);
+}
+void QuovAd::setOAID(std::optional<std::string> oaid) {
+    QuovAdFlow::checkMainThread("QuovAd::setOAID");
+    oaid_ = std::move(oaid);
+}
 
 void QuovAd::loadAdWithAdId(std::optional<std::string> adId) {
+    QuovAdFlow::checkMainThread("QuovAd::loadAdWithAdId");
     if (!appKey_ || !appId_) {
         platform::QVLog("Please call `setup` initialize first");
         return;
@@ -67,7 +77,7 @@ void QuovAdFlow::setViewPresenter(ViewPresenter presenter) {
     presenterSlot() = std::move(presenter);
 }
 
-void QuovAdFlow::presentOnView(QuovAd& ad, QVBidModelPtr bid) {
+void QuovAdFlow::presentOnView(QuovAd& ad, QVBidModelPtr bid, std::optional<platform::ImagePtr> preloaded) {
     ViewPresenter presenter;
     {
         std::lock_guard lock(presenterMutex);
@@ -76,7 +86,7 @@ void QuovAdFlow::presentOnView(QuovAd& ad, QVBidModelPtr bid) {
     if (presenter) {
         presenter(ad, std::move(bid));
     } else {
-        showInKeyWindow(ad, std::move(bid));
+        showInKeyWindow(ad, std::move(bid), std::move(preloaded));
     }
 }
 
@@ -115,9 +125,40 @@ LoadCompletion QuovAdFlow::makeLoadCompletion(QuovAd& ad) {
             if (auto d = delegateFor(*facade, "onQuovSDKAdFetchedBid")) d->onQuovSDKAdFetchedBid(first);
             return;
         }
+        if (facade->preloadBeforeShow_) {
+            prepare(*facade, std::move(first));
+            return;
+        }
         if (auto d = delegateFor(*facade, "onQuovSDKAdLoaded")) d->onQuovSDKAdLoaded();
         presentOnView(*facade, std::move(first));
     };
+}
+
+void QuovAdFlow::prepare(QuovAd& ad, QVBidModelPtr bid) {
+    auto prepared = std::make_shared<QuovPreparedAd>();
+    prepared->bid = std::move(bid);
+    ad.prepared_ = prepared;  // an earlier ad, ready or still loading, is dropped
+    std::optional<std::string> url;
+    if (prepared->bid && !prepared->bid->images().empty()) url = prepared->bid->images().front().url();
+    platform::ImageLoader::shared().load(
+        url, [lookup = weakFacade(ad), weak = std::weak_ptr<QuovPreparedAd>(prepared)](platform::ImagePtr image) {
+            QuovAd* facade = lookup();
+            auto current = weak.lock();
+            if (!facade || !current || facade->prepared_ != current) return;
+            current->image = std::move(image);
+            current->ready = true;
+            if (auto d = delegateFor(*facade, "onQuovSDKAdLoaded")) d->onQuovSDKAdLoaded();
+        });
+}
+
+bool QuovAd::isAdReady() const { return prepared_ && prepared_->ready; }
+
+bool QuovAd::showAd() {
+    QuovAdFlow::checkMainThread("QuovAd::showAd");
+    if (!isAdReady()) return false;
+    const std::shared_ptr<QuovPreparedAd> ready = std::exchange(prepared_, nullptr);
+    QuovAdFlow::presentOnView(*this, ready->bid, ready->image);
+    return true;
 }
 
 }  // namespace quov

@@ -6,7 +6,7 @@
 
 namespace quov {
 
-void QuovAdFlow::showInKeyWindow(QuovAd& ad, QVBidModelPtr bid) {
+void QuovAdFlow::showInKeyWindow(QuovAd& ad, QVBidModelPtr bid, std::optional<platform::ImagePtr> preloaded) {
     platform::Application& app = platform::Application::shared();
     const std::shared_ptr<platform::Window> window = app.keyWindow();
     if (!window) {
@@ -15,7 +15,15 @@ void QuovAdFlow::showInKeyWindow(QuovAd& ad, QVBidModelPtr bid) {
         return;
     }
     const Size screen = app.mainScreen().bounds().size;
-    auto view = QVAdView::initWithFrame(Rect{{0, 0}, screen}, defaultAdViewEnvironment());
+    QVAdViewEnvironment environment = defaultAdViewEnvironment();
+    environment.fitToScreen = ad.fitAdToScreen();
+    if (preloaded) {
+        environment.loadImage = [image = *preloaded](std::weak_ptr<platform::ImageView> target,
+                                                     const std::optional<std::string>&) {
+            if (auto v = target.lock()) v->setImage(image);
+        };
+    }
+    auto view = QVAdView::initWithFrame(Rect{{0, 0}, screen}, std::move(environment));
     window->addSubview(view);
 
     view->setTranslatesAutoresizingMaskIntoConstraints(false);

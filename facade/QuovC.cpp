@@ -1,13 +1,16 @@
 // The C interface over the C++ one. Every entry catches: no exception crosses it.
 #include <quov/quov.h>
 
+#include <quov/Log.h>
 #include <quov/MainLoop.h>
 #include <quov/QuovAd.h>
 #include <quov/QuovFrame.h>
 #include <quov/QuovHost.h>
 #include <quov/QuovSDL.h>
 
+#include <chrono>
 #include <map>
+#include <vector>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -123,6 +126,47 @@ void quov_host_set_bundle_info(const char* const* keys, const char* const* value
 void quov_host_set_advertising_identifier(const char* identifier, int tracking_enabled) {
     guarded([&] { quov::QuovHost::setAdvertisingIdentifier(text(identifier), tracking_enabled != 0); });
 }
+quov_status quov_host_set_bid_server_base(const char* base) {
+    return guarded([&] { quov::QuovHost::setBidServerBase(text(base)); });
+}
+size_t quov_host_allow_url_schemes(const char* const* schemes, size_t count) {
+    size_t refused = 0;
+    guarded([&] {
+        std::vector<std::string> list;
+        for (size_t i = 0; schemes && i < count; ++i)
+            if (schemes[i]) list.emplace_back(schemes[i]);
+        refused = quov::QuovHost::allowURLSchemes(list).size();
+    });
+    return refused;
+}
+void quov_set_load_timeout(int timeout_ms) {
+    guarded([&] { quov::QuovAd::shared().setLoadTimeout(std::chrono::milliseconds(timeout_ms)); });
+}
+void quov_set_preload_before_show(int on) {
+    guarded([&] { quov::QuovAd::shared().setPreloadBeforeShow(on != 0); });
+}
+int quov_is_ad_ready(void) {
+    int ready = 0;
+    guarded([&] { ready = quov::QuovAd::shared().isAdReady() ? 1 : 0; });
+    return ready;
+}
+int quov_show_ad(void) {
+    int shown = 0;
+    guarded([&] { shown = quov::QuovAd::shared().showAd() ? 1 : 0; });
+    return shown;
+}
+void quov_set_fit_ad_to_screen(int on) {
+    guarded([&] { quov::QuovAd::shared().setFitAdToScreen(on != 0); });
+}
+void quov_set_log_handler(void (*handler)(void*, quov_log_level, const char*), void* user_data) {
+    guarded([&] {
+        if (!handler) return quov::setLogHandler(nullptr);
+        quov::setLogHandler([handler, user_data](quov::LogLevel level, const std::string& line) {
+            handler(user_data, level == quov::LogLevel::Debug ? QUOV_LOG_DEBUG : QUOV_LOG_INFO, line.c_str());
+        });
+    });
+}
+void quov_set_debug_logging(int on) { guarded([&] { quov::setDebugLogging(on != 0); }); }
 void quov_host_set_carrier_name(const char* name) {
     guarded([&] { quov::QuovHost::setCarrierName(text(name)); });
 }

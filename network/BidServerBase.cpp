@@ -1,7 +1,5 @@
 #include "network/BidServerBase.h"
 
-#include "platform/runtime/Log.h"
-
 #include <curl/curl.h>
 
 #include <memory>
@@ -16,7 +14,6 @@ namespace {
 
 std::mutex stateMutex;
 std::optional<std::string> overrideBase;
-std::string lastWarned;
 
 struct UrlDeleter {
     void operator()(CURLU* u) const { curl_url_cleanup(u); }
@@ -33,46 +30,32 @@ std::optional<std::string> part(CURLU* url, CURLUPart which) {
 
 }  // namespace
 
-std::optional<std::string> validBidServerBase(std::string_view value) {
-    std::string text(value);
-    while (!text.empty() && text.back() == '/') text.pop_back();
-    if (text.rfind("http://", 0) != 0 && text.rfind("https://", 0) != 0) return std::nullopt;
-    if (text.find_first_of(" \t\r\n") != std::string::npos) return std::nullopt;
+std::optional<std::string> bidServerBaseProblem(std::string_view value) {
+    const std::string text(value);
+    if (text.empty()) return "it is empty";
+    if (text.rfind("http://", 0) != 0 && text.rfind("https://", 0) != 0)
+        return "it must start with http:// or https://";
+    for (const char c : text)
+        if (static_cast<unsigned char>(c) <= ' ' || c == 0x7f) return "it contains a blank or a control character";
+    if (text.size() == text.find("//") + 2) return "it has no host";
+    if (text.back() == '/') return "it must not end with '/'";
     std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
-    if (!url || curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return std::nullopt;
+    if (!url) return "no memory to parse it";
+    if (curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return "it is not a valid URL";
     const auto host = part(url.get(), CURLUPART_HOST);
-    if (!host || host->empty()) return std::nullopt;
-    if (part(url.get(), CURLUPART_QUERY) || part(url.get(), CURLUPART_FRAGMENT) ||
-        part(url.get(), CURLUPART_USER))
-        return std::nullopt;
-    return text;
-}
-
-std::string chooseBidServerBase(const char* env, std::string_view builtIn) {
-    if (env && *env) {  // set but empty reads as unset
-        if (auto valid = validBidServerBase(env)) return *valid;
-        bool warn = false;
-        {
-            std::lock_guard lock(stateMutex);
-            if (lastWarned != env) {
-                lastWarned = env;
-                warn = true;
-            }
-        }
-        if (warn)
-            platform::QVLog("QUOV_BID_SERVER_BASE is not an http or https URL, ignored: %@", env);
-    }
-    std::string base(builtIn);
-    while (!base.empty() && base.back() == '/') base.pop_back();
-    return base;
+    if (!host || host->empty()) return "it has no host";
+    if (part(url.get(), CURLUPART_USER)) return "it must not carry user information";
+    if (part(url.get(), CURLUPART_QUERY)) return "it must not have a query";
+    if (part(url.get(), CURLUPART_FRAGMENT)) return "it must not have a fragment";
+    const auto path = part(url.get(), CURLUPART_PATH);
+    if (path && !path->empty() && *path != "/") return "it must not have a path (\"/network\" is appended)";
+    return std::nullopt;
 }
 
 std::string bidServerBase() {
-    {
-        std::lock_guard lock(stateMutex);
-        if (overrideBase) return *overrideBase;
-    }
-    return chooseBidServerBase(std::getenv("QUOV_BID_SERVER_BASE"), QUOV_DEFAULT_BID_SERVER_BASE);
+    std::lock_guard lock(stateMutex);
+    if (overrideBase) return *overrideBase;
+    return QUOV_DEFAULT_BID_SERVER_BASE;
 }
 
 void setBidServerBaseOverride(std::optional<std::string> base) {

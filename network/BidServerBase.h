@@ -6,26 +6,18 @@
 
 namespace quov::network {
 
-/// The base URL that bid requests go to ("%@/network?appid=%@" is appended),
-/// resolved at each request, first match wins:
-///  1. the override installed with setBidServerBaseOverride (tests, benchmarks);
-///  2. the environment variable QUOV_BID_SERVER_BASE, when it is an http or https URL
-///     (an invalid value is logged once and ignored);
-///  3. the build's QUOV_BID_SERVER_BASE (CMake cache variable).
-/// Trailing slashes are dropped. Main thread.
+/// The base URL that bid requests go to ("%@/network?appid=%@" is appended): the one
+/// the host set with QuovHost::setBidServerBase, else the build's QUOV_BID_SERVER_BASE
+/// (CMake cache variable). The environment is never read. Any thread.
 std::string bidServerBase();
 
-/// Installs (or with nullopt removes) a process-wide base that wins over the others.
-/// Not validated: it is the caller's own server. Main thread.
+/// Installs (or with nullopt removes) the base that wins over the build's. Not
+/// validated here: QuovHost::setBidServerBase checks a host's value first. Any thread.
 void setBidServerBaseOverride(std::optional<std::string> base);
 
-/// The base an environment value stands for: the value without trailing slashes
-/// when it is an absolute http or https URL with a host and no query, fragment or
-/// user information; absent otherwise.
-std::optional<std::string> validBidServerBase(std::string_view value);
-
-/// The environment rule alone: env (nullptr when unset) if valid, else builtIn.
-/// Logs an invalid value the first time that value is seen.
-std::string chooseBidServerBase(const char* env, std::string_view builtIn);
+/// Why value cannot be a bid server base, or nullopt when it can: an http or https
+/// URL with a host (and optionally a port), no trailing slash, and no path, query,
+/// fragment or user information.
+std::optional<std::string> bidServerBaseProblem(std::string_view value);
 
 }  // namespace quov::network

@@ -3,6 +3,7 @@
 #include "platform/runtime/Log.h"
 #include "platform/media/ResourceBundle.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace quov {
@@ -28,6 +29,19 @@ Size QVAdViewImageBoxSize(Size screen, const QVBidImageModel* image) {
     const double w = sw * kImageFraction;
     if (!usable) return {w, w};
     return {w, (w * static_cast<double>(image->height())) / static_cast<double>(image->width())};
+}
+
+Size QVAdViewFitImageBox(Size screen, Size box) {
+    if (!(box.width > 0) || !(box.height > 0)) return box;
+    // The room the close button leaves, from the constraints of setupUIConstraints:
+    // above the image it overhangs the right edge by 3 and needs 10 + 40 on top;
+    // beside it it needs 10 + 40 on the right and overhangs the top by 3. The image
+    // is centred, so each overhang counts on both sides.
+    const bool buttonAbove = screen.width < screen.height;
+    const double maxWidth = buttonAbove ? screen.width - 2 * 3 : screen.width - 2 * 50;
+    const double maxHeight = buttonAbove ? screen.height - 2 * 50 : screen.height - 2 * 3;
+    const double scale = std::min({1.0, std::max(0.0, maxWidth) / box.width, std::max(0.0, maxHeight) / box.height});
+    return {box.width * scale, box.height * scale};
 }
 
 std::shared_ptr<QVAdView> QVAdView::initWithFrame(Rect frame, QVAdViewEnvironment environment) {
@@ -152,7 +166,8 @@ void QVAdView::setupUIConstraints() {
 
     if (!bid_) return;
     const QVBidImageModel* first = bid_->images().empty() ? nullptr : &bid_->images().front();
-    const Size box = QVAdViewImageBoxSize({width, height}, first);
+    Size box = QVAdViewImageBoxSize({width, height}, first);
+    if (environment_.fitToScreen) box = QVAdViewFitImageBox({width, height}, box);
     imageView_->heightAnchor().constraintEqualToConstant(box.height)->setActive(true);
     imageView_->widthAnchor().constraintEqualToConstant(box.width)->setActive(true);
 }

@@ -25,6 +25,9 @@ struct QVAdViewEnvironment {
     std::function<void(std::weak_ptr<platform::ImageView>, const std::optional<std::string>&)> loadImage;
     /// Wall-clock seconds since 1970 with fraction.
     std::function<double()> clock;
+    /// Scale the image box down (ratio kept) until the image and its close button
+    /// lie inside the screen. Off: one screen side bounds the box, the other is free.
+    bool fitToScreen = false;
 };
 
 /// The image box for a screen and the first image's declared size: 85 % of the
@@ -32,6 +35,11 @@ struct QVAdViewEnvironment {
 /// the other side by the declared aspect ratio, unclamped. A missing image or a
 /// declared side that is not positive gives the square box of that bound instead.
 Size QVAdViewImageBoxSize(Size screen, const QVBidImageModel* firstImage);
+
+/// The box scaled down, ratio kept, so that the box centred on the screen and the
+/// close button where the layout puts it (above the image when the screen is
+/// narrower than tall, else beside it) lie inside the screen. Never scaled up.
+Size QVAdViewFitImageBox(Size screen, Size box);
 
 /// The full-screen interstitial: a dimming mask, the ad image centred at 85 % of one
 /// screen side, a transparent click area over the image and a 40-point close button

@@ -1,5 +1,5 @@
-/* A headless C99 host on the RGBA path: loads one ad from the bid server named by
- * QUOV_BID_SERVER_BASE, draws the ad layer into its own buffer, checks it, and
+/* A headless C99 host on the RGBA path: loads one ad from the bid server given as its
+ * argument (or in QUOV_BID_SERVER_BASE), draws the ad layer into its own buffer, checks it, and
  * closes the ad with the Escape key. Exits 0 when all of that happened. */
 #include <quov/quov.h>
 
@@ -31,7 +31,7 @@ static int image_drawn(void* u) {
     return pixels[((size_t)(HEIGHT / 2) * WIDTH + WIDTH / 2) * 4 + 3] == 255;
 }
 
-int main(void) {
+int main(int argc, char** argv) {
     static const char* keys[] = {"CFBundleIdentifier", "CFBundleShortVersionString", "CFBundleName"};
     static const char* values[] = {"org.quov.c-host", "1.0", "c-host"};
     Host host = {0, 0, 0};
@@ -41,6 +41,10 @@ int main(void) {
     if (!pixels) return 1;
 
     quov_host_set_bundle_info(keys, values, 3);
+    if (quov_host_set_bid_server_base(argc > 1 ? argv[1] : getenv("QUOV_BID_SERVER_BASE")) != QUOV_OK) {
+        fprintf(stderr, "bid server: %s\n", quov_last_error_message());
+        return 1;
+    }
     quov_frame_attach_surface(WIDTH, HEIGHT, 2.0);
     if (quov_setup("c-host", "c-key") != QUOV_OK) {
         fprintf(stderr, "setup: %s\n", quov_last_error_message());

@@ -8,8 +8,7 @@ import os
 import sys
 
 lib = ctypes.CDLL(sys.argv[1])
-if len(sys.argv) > 2:
-    os.environ["QUOV_BID_SERVER_BASE"] = sys.argv[2]
+base = sys.argv[2] if len(sys.argv) > 2 else os.environ.get("QUOV_BID_SERVER_BASE")
 
 
 class Error(ctypes.Structure):
@@ -60,6 +59,7 @@ lib.quov_frame_attach_surface.argtypes = [ctypes.c_int, ctypes.c_int, ctypes.c_d
 lib.quov_frame_key.argtypes = [ctypes.c_int, ctypes.c_int]
 lib.quov_host_set_bundle_info.argtypes = [ctypes.POINTER(ctypes.c_char_p), ctypes.POINTER(ctypes.c_char_p),
                                           ctypes.c_size_t]
+lib.quov_host_set_bid_server_base.argtypes = [ctypes.c_char_p]
 QUOV_KEY_ESCAPE = 0
 
 # Without the bundle information setup fails, with a message rather than a crash.
@@ -71,6 +71,8 @@ info = {b"CFBundleIdentifier": b"org.quov.python", b"CFBundleShortVersionString"
 keys = (ctypes.c_char_p * len(info))(*info.keys())
 values = (ctypes.c_char_p * len(info))(*info.values())
 lib.quov_host_set_bundle_info(keys, values, len(info))
+if lib.quov_host_set_bid_server_base(base.encode() if base else None) != 0:
+    sys.exit("bid server: " + lib.quov_last_error_message().decode())
 lib.quov_frame_attach_surface(375, 812, 1.0)
 if lib.quov_setup(b"py-app", b"py-key") != 0:
     sys.exit("setup: " + lib.quov_last_error_message().decode())

@@ -19,6 +19,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -150,7 +151,12 @@ int main(int argc, char** argv) {
         }
         std::fprintf(stderr, "quov-demo: sample bid server at %s\n", base.c_str());
     }
-    ::setenv("QUOV_BID_SERVER_BASE", base.c_str(), 1);
+    try {
+        quov::QuovHost::setBidServerBase(base);
+    } catch (const std::invalid_argument& e) {
+        std::fprintf(stderr, "quov-demo: --bid-server: %s\n", e.what());
+        return 2;
+    }
 
     // A real window when a display is there; the offscreen driver otherwise.
     bool headless = opt.headless;

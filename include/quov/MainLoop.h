@@ -41,6 +41,10 @@ public:
     /// An eventfd that is readable while tasks wait. Owned by the loop; do not close.
     int fd() const;
 
+    /// True on the thread that drained the loop last, and on any thread before the
+    /// first drain. Any thread.
+    bool onDrainingThread() const;
+
     /// Number of tasks waiting.
     std::size_t pending() const;
 

@@ -11,6 +11,8 @@
 
 namespace quov {
 
+struct QuovPreparedAd;
+
 /// The host's delegate. Every call arrives on the main thread (the thread that
 /// drains MainLoop::shared()). All six are called unconditionally; the empty
 /// defaults let a host implement only what it needs.
@@ -19,7 +21,8 @@ public:
     virtual ~QuovAdDelegate();
     /// The first bid asks the host to render it (its isRendering() is 1).
     virtual void onQuovSDKAdFetchedBid(QVBidModelPtr bid);
-    /// A bid arrived and the SDK is about to show it.
+    /// A bid arrived and the SDK is about to show it. With preloading on, the
+    /// ad is instead ready: its image has arrived (or failed) and showAd() shows it.
     virtual void onQuovSDKAdLoaded();
     /// The ad view reported the impression.
     virtual void onQuovSDKAdDisplayed();
@@ -79,6 +82,28 @@ public:
     /// main thread; returns true when nothing is left in flight.
     bool flush(std::chrono::milliseconds timeout);
 
+    /// Preload, then show. Off (the default): a bid for the SDK's view is shown as
+    /// soon as it arrives. On: the load stops before making the view, downloads the
+    /// first image, and only then calls onQuovSDKAdLoaded; the host shows the ad
+    /// with showAd() when it suits it. Main thread.
+    void setPreloadBeforeShow(bool on) { preloadBeforeShow_ = on; }
+    bool preloadBeforeShow() const { return preloadBeforeShow_; }
+    /// True between onQuovSDKAdLoaded of a preloaded ad and its showAd(). A newer
+    /// load that reaches the view path replaces a ready ad that was not shown.
+    bool isAdReady() const;
+    /// Shows the ready ad (the view, the impression, onQuovSDKAdDisplayed) and
+    /// returns true; with nothing ready it does nothing and returns false. A failed
+    /// image download still leaves the ad ready: it shows without an image.
+    bool showAd();
+
+    /// Fit the ad to the screen: the image box is scaled down, its ratio kept, until
+    /// the image and its close button lie inside the screen, whatever the screen's
+    /// and the creative's shapes. Off (the default): 85 % of one screen side, the
+    /// other side following the creative, so a wide or tall creative can put the close
+    /// button off screen. Applies to ad views made afterwards. Main thread.
+    void setFitAdToScreen(bool on) { fitAdToScreen_ = on; }
+    bool fitAdToScreen() const { return fitAdToScreen_; }
+
 private:
     friend struct QuovAdFlow;
     std::optional<std::string> appId_;
@@ -89,6 +114,9 @@ private:
     std::chrono::milliseconds loadTimeout_{60000};
     // Loads and ad views outlive a facade made with QuovAd(): they check this first.
     std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
+    bool preloadBeforeShow_ = false;
+    bool fitAdToScreen_ = false;
+    std::shared_ptr<QuovPreparedAd> prepared_;  // the newest preloaded bid, ready or not
 };
 
 }  // namespace quov

@@ -64,6 +64,14 @@ public:
     /// XAUTHORITY, XDG_*, DBUS_SESSION_BUS_ADDRESS, DESKTOP_SESSION, BROWSER and the
     /// desktops' session markers. Any thread; applies to the next click.
     static std::vector<std::string> allowURLSchemes(const std::vector<std::string>& schemes);
+
+    /// The bid server that ad requests go to, in place of the one built in (CMake's
+    /// QUOV_BID_SERVER_BASE); absent restores that default. The value is an http or
+    /// https URL with a host and optionally a port, and nothing after them: no path,
+    /// query, fragment or trailing slash ("https://ads.example.com:8443"). Anything
+    /// else throws std::invalid_argument naming the problem and changes nothing.
+    /// Any thread; takes effect for the next request. The environment is not read.
+    static void setBidServerBase(std::optional<std::string> base);
 };
 
 }  // namespace quov

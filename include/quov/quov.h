@@ -88,6 +88,17 @@ QUOV_C_API const char* quov_oaid(void);
 /* Runs the main loop until pending reports and URL openings end or timeout_ms
  * passes; returns 1 when nothing is left in flight. Blocks. */
 QUOV_C_API int quov_flush(int timeout_ms);
+/* The bid request's time-out in milliseconds (default 60000); past it the load fails
+ * with 4001. Values below 1 count as 1. */
+QUOV_C_API void quov_set_load_timeout(int timeout_ms);
+/* Preload, then show (off by default): with it on, on_loaded arrives once the ad's
+ * image is ready, and quov_show_ad() puts the ad on screen. */
+QUOV_C_API void quov_set_preload_before_show(int on);
+QUOV_C_API int quov_is_ad_ready(void);
+/* Shows the ready ad; 0 (and nothing happens) when none is ready. */
+QUOV_C_API int quov_show_ad(void);
+/* Scales a wide or tall creative down so it and its close button fit the screen. */
+QUOV_C_API void quov_set_fit_ad_to_screen(int on);
 
 /* ---- what the host supplies ---- */
 /* count pairs of keys and values ("CFBundleIdentifier", "CFBundleShortVersionString", ...). */
@@ -104,6 +115,22 @@ typedef enum quov_application_state {
 } quov_application_state;
 QUOV_C_API void quov_host_set_application_state(quov_application_state state);
 QUOV_C_API void quov_host_set_url_opener_program(const char* program);
+/* The bid server base ("https://ads.example.com[:port]", nothing after); NULL restores
+ * the built-in one. QUOV_INVALID_ARGUMENT (message in quov_last_error_message) when
+ * refused, and nothing changes. */
+QUOV_C_API quov_status quov_host_set_bid_server_base(const char* base);
+/* The schemes of the host's own deep links a click may open besides http and https;
+ * replaces the earlier list. Returns how many were refused (malformed or local). */
+QUOV_C_API size_t quov_host_allow_url_schemes(const char* const* schemes, size_t count);
+
+/* ---- logging ---- */
+typedef enum quov_log_level { QUOV_LOG_DEBUG = 0, QUOV_LOG_INFO = 1 } quov_log_level;
+/* Receives every line (UTF-8, valid during the call) with its level, on the thread
+ * that logs; NULL restores the default handler (standard error, escaped). */
+QUOV_C_API void quov_set_log_handler(void (*handler)(void* user_data, quov_log_level level, const char* line),
+                                     void* user_data);
+/* Whether the default handler shows debug lines (also QUOV_LOG=debug). */
+QUOV_C_API void quov_set_debug_logging(int on);
 
 /* ---- the main loop ---- */
 /* Runs the waiting SDK tasks (delegate callbacks among them); returns how many ran. */

@@ -4,12 +4,14 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <deque>
 #include <mutex>
 #include <stdexcept>
 #include <system_error>
+#include <thread>
 
 namespace quov {
 
@@ -17,6 +19,7 @@ struct MainLoop::State {
     mutable std::mutex mutex;
     std::deque<Task> tasks;
     int fd = -1;
+    std::atomic<std::thread::id> drainer{};
 
     void signal() const {
         const std::uint64_t one = 1;
@@ -56,6 +59,7 @@ void MainLoop::post(Task task) {
 }
 
 std::size_t MainLoop::drain() {
+    state_->drainer.store(std::this_thread::get_id(), std::memory_order_relaxed);
     // Reset before taking the batch: a post racing with us signals again after
     // this read, so the fd never reads empty while a task waits.
     state_->reset();
@@ -83,6 +87,11 @@ std::size_t MainLoop::drain() {
     std::lock_guard lock(state_->mutex);
     if (!state_->tasks.empty()) state_->signal();
     return ran;
+}
+
+bool MainLoop::onDrainingThread() const {
+    const std::thread::id drainer = state_->drainer.load(std::memory_order_relaxed);
+    return drainer == std::thread::id() || drainer == std::this_thread::get_id();
 }
 
 int MainLoop::fd() const { return state_->fd; }

@@ -2,9 +2,11 @@
 #include <quov/MainLoop.h>
 #include <quov/QVError.h>
 #include <quov/QuovAd.h>
+#include <quov/QuovHost.h>
 
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 
 int main() {
     quov::QuovAd& ad = quov::QuovAd::shared();
@@ -14,6 +16,12 @@ int main() {
               std::strcmp(reinterpret_cast<const char*>(QuovSDKVersionString),
                           "@(#)PROGRAM:QuovSDK  PROJECT:QuovSDK-1\n") == 0 &&
               e.code == 4001 && ad.IMEI() == std::string("consumer");
+    quov::QuovHost::setBidServerBase(std::string("http://127.0.0.1:1"));
+    try {
+        quov::QuovHost::setBidServerBase(std::string("http://127.0.0.1:1/"));
+        ok = false;
+    } catch (const std::invalid_argument&) {
+    }
     int ran = 0;
     quov::MainLoop::shared().post([&] { ++ran; });
     quov::MainLoop::shared().drain();

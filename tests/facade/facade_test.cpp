@@ -4,6 +4,7 @@
 #include "facade/QuovAdFlow.h"
 #include "network/BidServerBase.h"
 #include "support/LogCapture.h"
+#include "support/NetworkScope.h"
 #include "support/RecordingDelegate.h"
 #include "support/TestServer.h"
 
@@ -207,6 +208,39 @@ TEST(Facade, IdentifiersAreStoredAsGiven) {
     ad.setOAID(std::nullopt);
     EXPECT_EQ(ad.IMEI(), std::optional<std::string>("123"));
     EXPECT_FALSE(ad.OAID().has_value());
+}
+
+TEST(Facade, ACallOffTheMainThreadIsReportedOnce) {
+    QuovAd ad;
+    ad.setIMEI(std::string("main"));
+    MainLoop::shared().drain();  // this thread drains the loop: it is the main thread
+    LogCapture log;
+    ad.setOAID(std::string("still main"));
+    EXPECT_TRUE(log.lines().empty());
+    std::thread([&] { ad.setIMEI(std::string("worker")); }).join();
+    std::thread([&] { ad.setOAID(std::string("worker")); }).join();
+    const auto misuse = log.linesStartingWith("QuovSDK misuse: ");
+    ASSERT_EQ(misuse.size(), 1u);
+    EXPECT_NE(misuse[0].find("QuovAd::setIMEI"), std::string::npos) << misuse[0];
+    EXPECT_NE(misuse[0].find("main thread"), std::string::npos) << misuse[0];
+}
+
+TEST(Facade, AMissingBundleValueNamesTheKeyAndTheCallThatSetsIt) {
+    test::NetworkScope scope;
+    for (const char* key : {"CFBundleShortVersionString", "CFBundleIdentifier", "CFBundleName"}) {
+        SCOPED_TRACE(key);
+        const auto full = scope.device->bundle;
+        scope.device->bundle.erase(key);
+        QuovAd ad;
+        try {
+            ad.setupWithAppId(std::string("a"), std::string("k"));
+            ADD_FAILURE() << "setup went through";
+        } catch (const std::invalid_argument& e) {
+            EXPECT_NE(std::string(e.what()).find(key), std::string::npos) << e.what();
+            EXPECT_NE(std::string(e.what()).find("QuovHost::setBundleInfo"), std::string::npos) << e.what();
+        }
+        scope.device->bundle = full;
+    }
 }
 
 TEST(Version, SymbolsHaveTheirExactValues) {

@@ -1,47 +1,72 @@
-#include "network/BidServerBase.h"
+#include <quov/QuovHost.h>
 
-#include "support/LogCapture.h"
+#include "network/BidServerBase.h"
 
 #include <gtest/gtest.h>
 
-namespace quov::network {
+#include <cstdlib>
+#include <stdexcept>
+
+namespace quov {
 namespace {
 
-TEST(BidServerBase, OnlyAbsoluteHttpUrlsAreAccepted) {
+/// Puts the build's base back however a case ends.
+struct RestoreBase {
+    ~RestoreBase() { QuovHost::setBidServerBase(std::nullopt); }
+};
+
+TEST(BidServerBase, HostValuesAreCheckedAndRefusalsSayWhy) {
+    RestoreBase restore;
+    const std::string builtIn = network::bidServerBase();
     struct Case {
         const char* in;
-        std::optional<std::string> out;
+        const char* problem;  // nullptr: accepted as it stands
     };
     const Case cases[] = {
-        {"http://127.0.0.1:8080", "http://127.0.0.1:8080"},
-        {"http://h/api//", "http://h/api"},
-        {"ftp://h", std::nullopt},
-        {"127.0.0.1:8080", std::nullopt},
-        {"http://", std::nullopt},
-        {"http://h/?q=1", std::nullopt},
-        {"http://u:p@h", std::nullopt},
-        {"http://h x", std::nullopt},
+        {"http://127.0.0.1:8080", nullptr},
+        {"https://ads.example.com", nullptr},
+        {"http://[::1]:9000", nullptr},
+        {"HTTP://h", "http:// or https://"},
+        {"", "empty"},
+        {"ftp://h", "http:// or https://"},
+        {"127.0.0.1:8080", "http:// or https://"},
+        {"http://", "no host"},
+        {"http://h/", "end with '/'"},
+        {"http://h/api", "path"},
+        {"http://h?q=1", "query"},
+        {"http://h#top", "fragment"},
+        {"http://u:p@h", "user information"},
+        {"http://h x", "blank"},
+        {"http://h:99999", "not a valid URL"},
     };
-    for (const Case& c : cases) EXPECT_EQ(validBidServerBase(c.in), c.out) << c.in;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.in);
+        QuovHost::setBidServerBase("http://127.0.0.1:1");
+        if (!c.problem) {
+            QuovHost::setBidServerBase(std::string(c.in));
+            EXPECT_EQ(network::bidServerBase(), c.in);
+            continue;
+        }
+        try {
+            QuovHost::setBidServerBase(std::string(c.in));
+            ADD_FAILURE() << "accepted";
+        } catch (const std::invalid_argument& e) {
+            const std::string what = e.what();
+            EXPECT_NE(what.find("QuovHost::setBidServerBase"), std::string::npos) << what;
+            EXPECT_NE(what.find(c.problem), std::string::npos) << what;
+        }
+        EXPECT_EQ(network::bidServerBase(), "http://127.0.0.1:1") << "a refused value changes nothing";
+    }
+    QuovHost::setBidServerBase(std::nullopt);
+    EXPECT_EQ(network::bidServerBase(), builtIn);
 }
 
-TEST(BidServerBase, EnvironmentOverridesTheBuildAndBadValuesAreLoggedOnce) {
-    test::LogCapture log;
-    EXPECT_EQ(chooseBidServerBase(nullptr, "http://built.in"), "http://built.in");
-    EXPECT_EQ(chooseBidServerBase("", "http://built.in"), "http://built.in");
-    EXPECT_EQ(chooseBidServerBase("http://127.0.0.1:1/", "http://built.in"), "http://127.0.0.1:1");
-    EXPECT_TRUE(log.lines().empty());
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(chooseBidServerBase("gopher://x", "http://built.in"), "http://built.in");
-    EXPECT_EQ(log.lines(),
-              std::vector<std::string>{"QUOV_BID_SERVER_BASE is not an http or https URL, ignored: gopher://x"});
-}
-
-TEST(BidServerBase, OverrideWinsUntilRemoved) {
-    setBidServerBaseOverride("http://127.0.0.1:5");
-    EXPECT_EQ(bidServerBase(), "http://127.0.0.1:5");
-    setBidServerBaseOverride(std::nullopt);
-    EXPECT_NE(bidServerBase(), "http://127.0.0.1:5");
+TEST(BidServerBase, TheEnvironmentIsNotRead) {
+    const std::string builtIn = network::bidServerBase();
+    ::setenv("QUOV_BID_SERVER_BASE", "http://127.0.0.1:2", 1);
+    EXPECT_EQ(network::bidServerBase(), builtIn);
+    ::unsetenv("QUOV_BID_SERVER_BASE");
 }
 
 }  // namespace
-}  // namespace quov::network
+}  // namespace quov
