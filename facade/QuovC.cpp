@@ -6,7 +6,9 @@
 #include <quov/QuovAd.h>
 #include <quov/QuovFrame.h>
 #include <quov/QuovHost.h>
+#if QUOV_WITH_SDL
 #include <quov/QuovSDL.h>
+#endif
 
 #include <chrono>
 #include <map>
@@ -200,6 +202,7 @@ int quov_main_loop_run_until(int (*done)(void*), void* user_data, int timeout_ms
     return result ? 1 : 0;
 }
 
+#if QUOV_WITH_SDL
 void quov_sdl_attach_window(struct SDL_Window* window) { guarded([&] { quov::sdl::attachWindow(window); }); }
 int quov_sdl_process_event(const union SDL_Event* event) {
     bool taken = false;
@@ -222,6 +225,30 @@ int quov_sdl_find_element(const char* label, double frame[4]) {
     return 1;
 }
 int quov_sdl_is_loading_content(void) { return quov::sdl::isLoadingContent() ? 1 : 0; }
+#else
+// The SDL entry points stay in a build without the SDL backend, so one host binary
+// loads against either library; they only report that the backend is missing.
+namespace {
+void noSdl() { lastError = "built without the SDL backend (QUOV_WITH_SDL=OFF)"; }
+}  // namespace
+void quov_sdl_attach_window(struct SDL_Window*) { noSdl(); }
+int quov_sdl_process_event(const union SDL_Event*) {
+    noSdl();
+    return 0;
+}
+void quov_sdl_render(struct SDL_Renderer*) { noSdl(); }
+void quov_sdl_release_renderer(void) { noSdl(); }
+void quov_sdl_set_ui_scale(double) { noSdl(); }
+void quov_sdl_orientation_did_change(void) { noSdl(); }
+int quov_sdl_find_element(const char*, double*) {
+    noSdl();
+    return 0;
+}
+int quov_sdl_is_loading_content(void) {
+    noSdl();
+    return 0;
+}
+#endif
 
 void quov_frame_attach_surface(int width, int height, double scale) {
     guarded([&] { quov::frame::attachSurface(width, height, scale); });

@@ -142,7 +142,10 @@ QUOV_C_API size_t quov_main_loop_pending(void);
  * returns done's last answer. Blocks. */
 QUOV_C_API int quov_main_loop_run_until(int (*done)(void* user_data), void* user_data, int timeout_ms);
 
-/* ---- SDL2 hosts (types forward-declared: include SDL.h yourself) ---- */
+/* ---- SDL2 hosts (types forward-declared: include SDL.h yourself) ----
+ * A library built without the SDL backend (QUOV_WITH_SDL=OFF) still exports these,
+ * so a host binary loads against either build; there each one does nothing,
+ * returns 0 where it returns a value, and sets quov_last_error_message(). */
 struct SDL_Window;
 struct SDL_Renderer;
 union SDL_Event;
