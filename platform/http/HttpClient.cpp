@@ -432,7 +432,7 @@ void HttpClient::send(HttpRequest request, Completion completion) {
     t->request = std::move(request);
     t->completion = std::move(completion);
     impl_->inFlight->fetch_add(1);
-    std::lock_guard lock(impl_->mutex);
+    std::unique_lock lock(impl_->mutex);
     if (!impl_->stopping && !impl_->worker.joinable()) {
         try {
             impl_->startLocked();
@@ -448,8 +448,14 @@ void HttpClient::send(HttpRequest request, Completion completion) {
         impl_->deliver(std::move(t));
         return;
     }
+    // Only the send that fills an empty queue wakes the worker, which takes the
+    // whole queue at once; the wake happens unlocked so the worker, woken, does
+    // not block on our lock. The multi handle lives as long as the client.
+    const bool wake = impl_->incoming.empty();
     impl_->incoming.push_back(std::move(t));
-    curl_multi_wakeup(impl_->multi);
+    CURLM* multi = impl_->multi;
+    lock.unlock();
+    if (wake) curl_multi_wakeup(multi);
 }
 
 std::size_t HttpClient::inFlight() const { return impl_->inFlight->load(); }

@@ -51,11 +51,15 @@ MainLoop::~MainLoop() {
 }
 
 void MainLoop::post(Task task) {
+    bool wasEmpty;
     {
         std::lock_guard lock(state_->mutex);
+        wasEmpty = state_->tasks.empty();
         state_->tasks.push_back(std::move(task));
     }
-    state_->signal();
+    // A non-empty queue is already signalled: by the post that filled it, or by
+    // drain(), which takes everything after its reset and re-signals leftovers.
+    if (wasEmpty) state_->signal();
 }
 
 std::size_t MainLoop::drain() {

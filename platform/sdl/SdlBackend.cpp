@@ -251,6 +251,7 @@ bool SdlBackend::processEvent(const SDL_Event& event) {
             return false;
         case SDL_RENDER_DEVICE_RESET:
             textures_.forget();
+            software_.forget();
             return false;
         case SDL_APP_WILLENTERBACKGROUND:
         case SDL_APP_DIDENTERBACKGROUND:
@@ -317,9 +318,11 @@ bool SdlBackend::processEvent(const SDL_Event& event) {
 void SdlBackend::render(SDL_Renderer* renderer) {
     if (!renderer) return;
     textures_.bind(renderer);
+    software_.bind(renderer);
     auto key = app_.keyWindow();
     if (!key || !key->hasVisibleContent()) {
         textures_.endFrame();
+        software_.endFrame();
         return;
     }
     if (window_ && (SDL_GetWindowFlags(window_) & (SDL_WINDOW_MINIMIZED | SDL_WINDOW_HIDDEN))) return;
@@ -329,15 +332,25 @@ void SdlBackend::render(SDL_Renderer* renderer) {
     const Size points = app_.mainScreen().bounds().size;
     {
         RendererStateGuard guard(renderer);
-        SdlPainter painter(renderer, textures_, ow / points.width, oh / points.height);
-        drawViewTree(*key, painter);
+        const double sx = ow / points.width, sy = oh / points.height;
+        if (isSoftwareRenderer(renderer)) {
+            SoftwarePainter painter(renderer, software_, textures_, sx, sy);
+            drawViewTree(*key, painter);
+            painter.finish();
+        } else {
+            SdlPainter painter(renderer, textures_, sx, sy);
+            drawViewTree(*key, painter);
+        }
     }
     textures_.endFrame();
+    software_.endFrame();
 }
 
 void SdlBackend::releaseRenderer() {
     textures_.clear();
     textures_.bind(nullptr);
+    software_.clear();
+    software_.bind(nullptr);
 }
 
 }  // namespace quov::platform

@@ -4,6 +4,7 @@
 #include "platform/toolkit/Image.h"
 #include "platform/toolkit/HostInput.h"
 #include "platform/toolkit/KeyInput.h"
+#include "platform/sdl/SoftwareFrame.h"
 
 #include <SDL.h>
 
@@ -89,6 +90,7 @@ public:
     double uiScale() const { return uiScale_; }
 
     const TextureCache& textures() const { return textures_; }
+    const SoftwareCache& softwareCache() const { return software_; }
 
     /// Touch identifier of the mouse (fingers use theirs, hashed with the device).
     static constexpr std::uint64_t kMouseTouch = ~std::uint64_t{0};
@@ -107,6 +109,7 @@ private:
     std::uint32_t windowId_ = 0;
     double uiScale_ = 1.0;
     TextureCache textures_;
+    SoftwareCache software_;
 };
 
 }  // namespace quov::platform

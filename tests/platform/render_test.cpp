@@ -183,7 +183,8 @@ TEST(SdlRender, PointsScaleToPixelsAndTheHostsRendererStateIsRestored) {
 
 TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipped) {
     Rig rig(50, 50);
-    auto view = ImageView::make({{0, 0}, {50, 50}}), twin = ImageView::make({{0, 0}, {10, 10}});
+    // Shown at their own size: the software renderer keeps scaled copies elsewhere.
+    auto view = ImageView::make({{0, 0}, {4, 4}}), twin = ImageView::make({{10, 10}, {4, 4}});
     view->setImage(solidImage(4, 4, 9, 9, 9));
     twin->setImage(view->image());
     rig.window()->addSubview(view);
@@ -193,7 +194,7 @@ TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipp
     EXPECT_EQ(rig.backend.textures().uploads(), 1u);
 
     view->setImage(nullptr);
-    twin->setImage(solidImage(2, 2, 1, 1, 1));  // the first image is gone now
+    twin->setImage(solidImage(4, 4, 1, 1, 1));  // the first image is gone now
     rig.frame(0, 0, 0);
     EXPECT_EQ(rig.backend.textures().uploads(), 2u);
     EXPECT_EQ(rig.backend.textures().size(), 1u);

@@ -1,0 +1,102 @@
+#pragma once
+
+#include "platform/toolkit/Painter.h"
+
+#include <SDL.h>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace quov::platform {
+
+class TextureCache;
+
+/// True for SDL's software renderer, where every pixel blended costs CPU time.
+bool isSoftwareRenderer(SDL_Renderer* renderer);
+
+/// What the software renderer keeps between frames: each image scaled once to
+/// the pixel size it is shown at, and the tile translucent fills are copied from.
+/// One renderer at a time; main thread.
+class SoftwareCache {
+public:
+    SoftwareCache() = default;
+    ~SoftwareCache() { clear(); }
+    SoftwareCache(const SoftwareCache&) = delete;
+    SoftwareCache& operator=(const SoftwareCache&) = delete;
+
+    void bind(SDL_Renderer* renderer);
+    void endFrame();
+    /// Destroys every texture; the renderer must still be alive.
+    void clear();
+    /// Drops every texture without destroying it: the renderer already did.
+    void forget();
+    /// Scalings made so far (each is one full pass over the image).
+    std::size_t scalings() const { return scalings_; }
+
+    struct Scaled {
+        SDL_Texture* blended = nullptr;  // straight RGBA, blended per pixel
+        SDL_Texture* opaque = nullptr;   // the window's format, copied; only when every pixel is opaque
+    };
+    /// The image's source rectangle scaled to w x h pixels; nothing when it cannot be made.
+    Scaled scaled(const ImagePtr& image, const SDL_Rect& source, int w, int h);
+    /// An opaque tile of the colour, kTile pixels square, in the window's format.
+    SDL_Texture* tile(std::uint8_t r, std::uint8_t g, std::uint8_t b);
+    static constexpr int kTile = 256;
+
+private:
+    struct Destroy {
+        void operator()(SDL_Texture* t) const { SDL_DestroyTexture(t); }
+    };
+    using Texture = std::unique_ptr<SDL_Texture, Destroy>;
+    struct Entry {
+        std::weak_ptr<const Image> image;
+        const Image* key = nullptr;
+        SDL_Rect source{};
+        int w = 0, h = 0;
+        Texture blended, opaque;
+        std::uint64_t lastUsed = 0;
+    };
+    std::uint32_t windowFormat() const;
+
+    SDL_Renderer* renderer_ = nullptr;
+    std::vector<Entry> entries_;
+    Texture tile_;
+    std::uint32_t tileColour_ = 0;
+    std::uint64_t frame_ = 0;
+    std::size_t scalings_ = 0;
+};
+
+/// Paints on the software renderer with the same pixels as plain SDL calls,
+/// but cheaper: images come prescaled, large translucent fills are constant-alpha
+/// copies of a tile, and fills hidden under a later opaque image are skipped.
+/// Collects the frame, then draws it in finish().
+class SoftwarePainter : public Painter {
+public:
+    SoftwarePainter(SDL_Renderer* r, SoftwareCache& cache, TextureCache& textures, double sx, double sy)
+        : r_(r), cache_(cache), textures_(textures), sx_(sx), sy_(sy) {}
+    void fillRect(const Rect& rect, const Color& color) override;
+    void drawImage(const ImagePtr& image, const Rect& source, const Rect& destination, double alpha) override;
+    void finish();
+
+private:
+    struct Op {
+        bool fill = true;
+        SDL_Rect pixels{};  // where SDL puts it
+        SDL_FRect exact{};
+        std::uint8_t rgba[4]{};
+        ImagePtr image;
+        SDL_Rect source{};
+        SoftwareCache::Scaled scaled;
+    };
+    SDL_FRect toPixels(const Rect& r) const;
+    void drawFill(const Op& op, const SDL_Rect& part);
+
+    SDL_Renderer* r_;
+    SoftwareCache& cache_;
+    TextureCache& textures_;
+    double sx_, sy_;
+    std::vector<Op> ops_;
+};
+
+}  // namespace quov::platform
