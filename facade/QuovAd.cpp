@@ -5,9 +5,10 @@
 #include <quov/QVRequestHelper.h>
 
 #include "facade/QuovAdFlow.h"
+#include "network/Tracking.h"
+#include "platform/Context.h"
 #include "platform/runtime/Log.h"
-
-#include <mutex>
+#include "platform/toolkit/Application.h"
 
 extern "C" {
 const double QuovSDKVersionNumber = 1.0;
@@ -52,72 +53,14 @@ void QuovAd::loadAdWithAdId(std::optional<std::string> adId) {
     QVRequestHelper::loadAdWithAdId(adId, QuovAdFlow::makeLoadCompletion(*this));
 }
 
-// ---- the load flow ----
-
-namespace {
-std::mutex presenterMutex;
-QuovAdFlow::ViewPresenter& presenterSlot() {
-    static QuovAdFlow::ViewPresenter presenter;
-    return presenter;
-}
-}  // namespace
-
-void QuovAdFlow::setViewPresenter(ViewPresenter presenter) {
-    std::lock_guard lock(presenterMutex);
-    presenterSlot() = std::move(presenter);
-}
-
-void QuovAdFlow::presentOnView(QuovAd& ad, QVBidModelPtr bid) {
-    ViewPresenter presenter;
-    {
-        std::lock_guard lock(presenterMutex);
-        presenter = presenterSlot();
-    }
-    if (presenter) {
-        presenter(ad, std::move(bid));
-    } else {
-        showInKeyWindow(ad, std::move(bid));
-    }
-}
-
-std::function<QuovAd*()> QuovAdFlow::weakFacade(QuovAd& ad) {
-    return [facade = &ad, alive = std::weak_ptr<const bool>(ad.alive_)]() -> QuovAd* {
-        return alive.expired() ? nullptr : facade;
-    };
-}
-
-namespace {
-
-// The delegate to call, or a Debug line saying the call is skipped because it is gone.
-std::shared_ptr<QuovAdDelegate> delegateFor(const QuovAd& facade, const char* call) {
-    auto d = facade.delegate();
-    if (!d) platform::QVDebug("Skipped %@: the delegate is gone", call);
-    return d;
-}
-
-}  // namespace
-
-LoadCompletion QuovAdFlow::makeLoadCompletion(QuovAd& ad) {
-    return [lookup = weakFacade(ad)](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
-        QuovAd* facade = lookup();
-        if (!facade) return;
-        if (error) {
-            if (auto d = delegateFor(*facade, "onQuovSDKAdLoadFailed")) d->onQuovSDKAdLoadFailed(*error);
-            return;
-        }
-        if (bids.empty()) {
-            if (auto d = delegateFor(*facade, "onQuovSDKAdLoadFailed"))
-                d->onQuovSDKAdLoadFailed(Error{"QAPP", 204, std::nullopt});
-            return;
-        }
-        QVBidModelPtr first = bids.front();
-        if (first && first->isRendering() == 1) {
-            if (auto d = delegateFor(*facade, "onQuovSDKAdFetchedBid")) d->onQuovSDKAdFetchedBid(first);
-            return;
-        }
-        if (auto d = delegateFor(*facade, "onQuovSDKAdLoaded")) d->onQuovSDKAdLoaded();
-        presentOnView(*facade, std::move(first));
-    };
+// Runs the loop rather than waiting on it: completions and retries are main-loop
+// tasks, so nothing would end while the main thread merely slept. A click's
+// open-URL chain counts too: its landing page should open before the host exits.
+bool QuovAd::flush(std::chrono::milliseconds timeout) {
+    platform::Context& context = platform::Context::shared();
+    platform::Application& app = context.application();
+    return context.mainLoop().runUntil(
+        [&app] { return network::pendingTrackingRequests() == 0 && app.pendingURLOpens() == 0; }, timeout);
 }
 
 }  // namespace quov

@@ -3,6 +3,7 @@
 #include <quov/QuovAd.h>
 #include <quov/QVRequestHelper.h>
 
+#include "platform/Context.h"
 #include "view/QVAdView.h"
 
 #include <functional>
@@ -18,7 +19,18 @@ struct QuovAdFlow {
     /// The view path: puts the bid on screen and wires its three callbacks to the
     /// delegate. Replaceable so the decisions can be observed without a window.
     using ViewPresenter = std::function<void(QuovAd& ad, QVBidModelPtr bid)>;
-    static void setViewPresenter(ViewPresenter presenter);  // empty restores the default
+    /// Puts presenter in force on context for the guard's lifetime; empty: the default.
+    class ScopedViewPresenter {
+    public:
+        ScopedViewPresenter(platform::Context& context, ViewPresenter presenter);
+        ~ScopedViewPresenter();
+        ScopedViewPresenter(const ScopedViewPresenter&) = delete;
+        ScopedViewPresenter& operator=(const ScopedViewPresenter&) = delete;
+
+    private:
+        platform::Context& context_;
+        ViewPresenter previous_;
+    };
     static void presentOnView(QuovAd& ad, QVBidModelPtr bid);
 
     /// The facade as long as it exists (shared() always does); null after a facade

@@ -3,6 +3,7 @@
 #include <quov/QuovAd.h>
 
 #include "network/ResponseRule.h"
+#include "platform/Context.h"
 #include "platform/device/DevicePlatform.h"
 #include "platform/runtime/Log.h"
 
@@ -68,7 +69,7 @@ BidRequestInputs gatherBidRequestInputs() {
     in.appId = ad.AppId();
     in.appKey = ad.AppKey();
     in.timeout = ad.loadTimeout();
-    auto device = platform::devicePlatform();
+    auto device = platform::Context::shared().devicePlatform();
     in.trackingEnabled = device->advertisingTrackingEnabled();
     in.reachabilityFlags = device->reachabilityFlags(kReachabilityHost);
     in.carrierName = device->carrierName();

@@ -1,5 +1,6 @@
 #include "network/BidServerBase.h"
 
+#include "platform/Context.h"
 #include "platform/runtime/Log.h"
 
 #include <curl/curl.h>
@@ -15,7 +16,6 @@ namespace quov::network {
 namespace {
 
 std::mutex stateMutex;
-std::optional<std::string> overrideBase;
 std::string lastWarned;
 
 struct UrlDeleter {
@@ -68,16 +68,8 @@ std::string chooseBidServerBase(const char* env, std::string_view builtIn) {
 }
 
 std::string bidServerBase() {
-    {
-        std::lock_guard lock(stateMutex);
-        if (overrideBase) return *overrideBase;
-    }
+    if (auto injected = platform::Context::shared().serviceBase()) return *injected;
     return chooseBidServerBase(std::getenv("QUOV_BID_SERVER_BASE"), QUOV_DEFAULT_BID_SERVER_BASE);
-}
-
-void setBidServerBaseOverride(std::optional<std::string> base) {
-    std::lock_guard lock(stateMutex);
-    overrideBase = std::move(base);
 }
 
 }  // namespace quov::network

@@ -8,16 +8,13 @@ namespace quov::network {
 
 /// The base URL that bid requests go to ("%@/network?appid=%@" is appended),
 /// resolved at each request, first match wins:
-///  1. the override installed with setBidServerBaseOverride (tests, benchmarks);
+///  1. the base injected into the context (platform::Context::ScopedServiceBase:
+///     tests, benchmarks);
 ///  2. the environment variable QUOV_BID_SERVER_BASE, when it is an http or https URL
 ///     (an invalid value is logged once and ignored);
 ///  3. the build's QUOV_BID_SERVER_BASE (CMake cache variable).
 /// Trailing slashes are dropped. Main thread.
 std::string bidServerBase();
-
-/// Installs (or with nullopt removes) a process-wide base that wins over the others.
-/// Not validated: it is the caller's own server. Main thread.
-void setBidServerBaseOverride(std::optional<std::string> base);
 
 /// The base an environment value stands for: the value without trailing slashes
 /// when it is an absolute http or https URL with a host and no query, fragment or

@@ -3,6 +3,7 @@
 #include <quov/QVRequestHelper.h>
 
 #include "network/ResponseRule.h"
+#include "platform/Context.h"
 #include "platform/http/HttpClient.h"
 #include "platform/runtime/Log.h"
 
@@ -47,7 +48,7 @@ void attempt(std::shared_ptr<Chain> chain, std::uint64_t n) {
     platform::HttpRequest request;
     request.url = percentEncodeQuery(chain->url);
     platform::QVLog("GET URL WITH retry, %lu, %@", std::to_string(n), chain->url);
-    platform::HttpClient::shared().send(std::move(request), [chain, n](platform::HttpResponse r) {
+    platform::Context::shared().http().send(std::move(request), [chain, n](platform::HttpResponse r) {
         JsonOutcome outcome = evaluateJsonResponse(r);
         // A shut-down client fails every later attempt too, and by then the
         // host may be tearing down statics: end the chain here.

@@ -258,11 +258,6 @@ std::string executableName() {
 
 }  // namespace
 
-std::shared_ptr<LinuxDevicePlatform> LinuxDevicePlatform::shared() {
-    static auto* instance = new std::shared_ptr<LinuxDevicePlatform>(std::make_shared<LinuxDevicePlatform>());
-    return *instance;
-}
-
 LinuxDevicePlatform::LinuxDevicePlatform(Options options) : options_(std::move(options)) {}
 
 // ---- setters ----

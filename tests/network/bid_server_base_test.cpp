@@ -1,4 +1,5 @@
 #include "network/BidServerBase.h"
+#include "platform/Context.h"
 
 #include "support/LogCapture.h"
 
@@ -36,10 +37,17 @@ TEST(BidServerBase, EnvironmentOverridesTheBuildAndBadValuesAreLoggedOnce) {
               std::vector<std::string>{"QUOV_BID_SERVER_BASE is not an http or https URL, ignored: gopher://x"});
 }
 
-TEST(BidServerBase, OverrideWinsUntilRemoved) {
-    setBidServerBaseOverride("http://127.0.0.1:5");
-    EXPECT_EQ(bidServerBase(), "http://127.0.0.1:5");
-    setBidServerBaseOverride(std::nullopt);
+TEST(BidServerBase, AnInjectedBaseWinsForItsScope) {
+    auto& context = platform::Context::shared();
+    {
+        platform::Context::ScopedServiceBase outer(context, "http://127.0.0.1:5");
+        EXPECT_EQ(bidServerBase(), "http://127.0.0.1:5");
+        {
+            platform::Context::ScopedServiceBase inner(context, "http://127.0.0.1:6");
+            EXPECT_EQ(bidServerBase(), "http://127.0.0.1:6");
+        }
+        EXPECT_EQ(bidServerBase(), "http://127.0.0.1:5") << "the outer scope's base comes back";
+    }
     EXPECT_NE(bidServerBase(), "http://127.0.0.1:5");
 }
 

@@ -1,4 +1,5 @@
 #include "view/QVAdView.h"
+#include "platform/Context.h"
 
 #include "facade/QuovAdFlow.h"
 #include "platform/toolkit/Window.h"
@@ -297,7 +298,7 @@ TEST(AdViewClick, ClickWithoutTouchDownAndCloseWithoutClick) {
 }
 
 TEST(FacadeViewPath, PinsEachViewToTheKeyWindowAndFailsClearlyWithoutOne) {
-    auto& app = Application::shared();
+    auto& app = platform::Context::shared().application();
     auto previous = app.keyWindow();
     app.setMainScreen({375, 812}, 3);
     auto window = Window::make();
