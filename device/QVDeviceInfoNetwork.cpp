@@ -2,10 +2,10 @@
 #include <quov/QVRequestHelper.h>
 
 #include "platform/Context.h"
+#include "platform/runtime/Crypto.h"
 #include "platform/device/DevicePlatform.h"
 
 #include <arpa/inet.h>
-#include <uuid/uuid.h>
 
 #include <cctype>
 #include <climits>
@@ -90,12 +90,6 @@ std::string QVRequestHelper::getIPAddress() {
 
 std::string QVDeviceInfo::getIDFA() { return platform::Context::shared().devicePlatform()->advertisingIdentifier(); }
 
-std::string QVDeviceInfo::originUUID() {
-    uuid_t id;
-    uuid_generate_random(id);
-    char text[37];
-    uuid_unparse_upper(id, text);
-    return text;
-}
+std::string QVDeviceInfo::originUUID() { return platform::randomUUID(); }
 
 }  // namespace quov

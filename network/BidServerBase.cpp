@@ -1,9 +1,8 @@
 #include "network/BidServerBase.h"
 
 #include "platform/Context.h"
+#include "platform/http/UrlSyntax.h"
 #include "platform/runtime/Log.h"
-
-#include <curl/curl.h>
 
 #include <memory>
 #include <mutex>
@@ -18,19 +17,6 @@ namespace {
 std::mutex stateMutex;
 std::string lastWarned;
 
-struct UrlDeleter {
-    void operator()(CURLU* u) const { curl_url_cleanup(u); }
-};
-
-// A part of the parsed URL, absent when the URL has none.
-std::optional<std::string> part(CURLU* url, CURLUPart which) {
-    char* value = nullptr;
-    if (curl_url_get(url, which, &value, 0) != CURLUE_OK || !value) return std::nullopt;
-    std::string out(value);
-    curl_free(value);
-    return out;
-}
-
 }  // namespace
 
 std::optional<std::string> validBidServerBase(std::string_view value) {
@@ -38,13 +24,9 @@ std::optional<std::string> validBidServerBase(std::string_view value) {
     while (!text.empty() && text.back() == '/') text.pop_back();
     if (text.rfind("http://", 0) != 0 && text.rfind("https://", 0) != 0) return std::nullopt;
     if (text.find_first_of(" \t\r\n") != std::string::npos) return std::nullopt;
-    std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
-    if (!url || curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return std::nullopt;
-    const auto host = part(url.get(), CURLUPART_HOST);
-    if (!host || host->empty()) return std::nullopt;
-    if (part(url.get(), CURLUPART_QUERY) || part(url.get(), CURLUPART_FRAGMENT) ||
-        part(url.get(), CURLUPART_USER))
-        return std::nullopt;
+    const auto url = platform::parseURL(text);
+    if (!url || !url->host || url->host->empty()) return std::nullopt;
+    if (url->query || url->fragment || url->user) return std::nullopt;
     return text;
 }
 

@@ -5,9 +5,9 @@
 #include "network/ResponseRule.h"
 #include "platform/Context.h"
 #include "platform/http/HttpClient.h"
+#include "platform/runtime/Crypto.h"
 #include "platform/runtime/Log.h"
 
-#include <openssl/rand.h>
 
 #include <atomic>
 #include <memory>
@@ -108,15 +108,11 @@ std::string QVRequestHelper::randomStringWithLength(std::uint64_t length) {
     constexpr unsigned kLimit = 248;
     std::string out;
     out.reserve(length);
-    unsigned char pool[64];
+    std::uint8_t pool[64];
     std::size_t used = sizeof pool;
     while (out.size() < length) {
         if (used == sizeof pool) {
-            if (RAND_bytes(pool, sizeof pool) != 1) {
-                // OpenSSL's generator could not seed; the OS source still can.
-                std::random_device device;
-                for (auto& b : pool) b = static_cast<unsigned char>(device());
-            }
+            platform::randomBytes(pool, sizeof pool);
             used = 0;
         }
         const unsigned b = pool[used++];

@@ -1,4 +1,5 @@
 #include "platform/device/linux_device.h"
+#include "platform/runtime/Crypto.h"
 
 #include <arpa/inet.h>
 #include <dirent.h>
@@ -6,8 +7,6 @@
 #include <ifaddrs.h>
 #include <net/route.h>
 #include <netinet/in.h>
-#include <openssl/evp.h>
-#include <openssl/hmac.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -398,14 +397,9 @@ std::optional<std::string> LinuxDevicePlatform::identifierForVendor() const {
 
     // Keyed by the application so two apps on one machine cannot correlate users,
     // and the machine id itself never leaves the device.
-    unsigned char mac[EVP_MAX_MD_SIZE];
-    unsigned int macLen = 0;
-    static const unsigned char kEmpty[1] = {0};
-    const void* keyData = key.empty() ? static_cast<const void*>(kEmpty) : key.data();
-    if (!HMAC(EVP_sha256(), keyData, static_cast<int>(key.size()),
-              reinterpret_cast<const unsigned char*>(machineId->data()), machineId->size(), mac, &macLen) ||
-        macLen < 16)
-        return std::nullopt;
+    auto digest = hmacSha256(key, *machineId);
+    if (!digest || digest->size() < 16) return std::nullopt;
+    std::uint8_t* mac = digest->data();
     mac[6] = static_cast<unsigned char>((mac[6] & 0x0F) | 0x40);  // a well-formed version 4 UUID
     mac[8] = static_cast<unsigned char>((mac[8] & 0x3F) | 0x80);
     char out[37];
