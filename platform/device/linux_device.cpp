@@ -1,5 +1,6 @@
 #include "platform/device/linux_device.h"
 #include "platform/runtime/Crypto.h"
+#include "platform/runtime/Text.h"
 
 #include <arpa/inet.h>
 #include <dirent.h>
@@ -224,8 +225,7 @@ std::optional<std::string> localeToTag(std::string_view locale) {
     if (lang.size() < 2 || lang.size() > 8 ||
         !std::all_of(lang.begin(), lang.end(), [](unsigned char c) { return std::isalpha(c); }))
         return std::nullopt;
-    std::string tag;
-    for (char c : lang) tag += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    std::string tag = asciiLower(lang);
     if (sep != std::string_view::npos) {
         bool alpha2 = region.size() == 2 &&
                       std::all_of(region.begin(), region.end(), [](unsigned char c) { return std::isalpha(c); });
@@ -244,8 +244,7 @@ std::optional<std::string> validMachineId(const std::optional<std::string>& raw)
     if (id.size() != 32 ||
         !std::all_of(id.begin(), id.end(), [](unsigned char c) { return std::isxdigit(c); }))
         return std::nullopt;
-    std::string out;
-    for (char c : id) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    std::string out = asciiLower(id);
     if (out == std::string(32, '0')) return std::nullopt;
     return out;
 }

@@ -1,4 +1,5 @@
 #include "platform/http/HttpClient.h"
+#include "platform/runtime/Text.h"
 
 #include <curl/curl.h>
 #include <fcntl.h>
@@ -86,7 +87,7 @@ std::string originOf(const char* url) {
                 key.clear();
                 break;
             }
-            for (const char* c = value; *c; ++c) key += static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+            key += asciiLower(value);
             key += '|';
             curl_free(value);
         }

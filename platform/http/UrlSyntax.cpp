@@ -1,4 +1,5 @@
 #include "platform/http/UrlSyntax.h"
+#include "platform/runtime/Text.h"
 
 #include <curl/curl.h>
 
@@ -47,7 +48,7 @@ std::optional<std::string> absoluteURLScheme(std::string_view text) {
     for (std::size_t i = 0; i < colon; ++i) {
         const char c = text[i];
         if (!isAlpha(c) && !isDigit(c) && c != '+' && c != '-' && c != '.') return std::nullopt;
-        scheme += static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+        scheme += asciiLower(c);
     }
 
     if (scheme == "http" || scheme == "https") {
