@@ -4,6 +4,7 @@
 #include <quov/QuovAd.h>
 
 #include "facade/QuovAdFlow.h"
+#include "platform/Context.h"
 #include "platform/toolkit/Application.h"
 #include "platform/toolkit/Window.h"
 #include "view/QVAdView.h"
@@ -60,7 +61,7 @@ BENCHMARK(BM_LayoutRebuild)->Unit(benchmark::kMicrosecond);
 // From the facade's completion to the view laid out in the key window with its
 // image load started (an absent URL, so no traffic), on the SDK's own application.
 static void BM_CompletionToScreen(benchmark::State& state) {
-    auto& app = platform::Application::shared();
+    auto& app = platform::Context::shared().application();
     app.setMainScreen({375, 812}, 3);
     auto window = platform::Window::make();
     app.setKeyWindow(window);

@@ -2,6 +2,7 @@
 #include <quov/QuovHost.h>
 
 #include "tests/support/fake_device.h"
+#include "platform/Context.h"
 
 #include <benchmark/benchmark.h>
 
@@ -34,7 +35,8 @@ BENCHMARK(BM_GetMacAddress);
 // The same record with every fact answered from memory: the baseline that shows what
 // the Linux sources cost on top of the rules themselves.
 static void BM_DeviceInfoBaselineFake(benchmark::State& state) {
-    quov::platform::ScopedDevicePlatform scope(std::make_shared<quov::platform::FakeDevicePlatform>());
+    quov::platform::Context::ScopedDevicePlatform scope(quov::platform::Context::shared(),
+                                                        std::make_shared<quov::platform::FakeDevicePlatform>());
     for (auto _ : state) benchmark::DoNotOptimize(quov::QVDeviceInfo::deviceInfo());
 }
 BENCHMARK(BM_DeviceInfoBaselineFake);

@@ -11,6 +11,7 @@
 #include <quov/QuovHost.h>
 
 #include "network/BidRequest.h"
+#include "platform/Context.h"
 #include "network/BidServerBase.h"
 #include "network/ResponseRule.h"
 #include "platform/runtime/Log.h"
@@ -90,7 +91,8 @@ void configureSdk() {
                                        {"CFBundleIdentifier", "com.quov.bench"},
                                        {"CFBundleName", "quov-bench"}});
         quov::QuovAd::shared().setupWithAppId(std::string("bench"), std::string("key"));
-        quov::network::setBidServerBaseOverride(server().base());
+        // Kept for the process: every benchmark here talks to this server.
+        static quov::platform::Context::ScopedServiceBase base(quov::platform::Context::shared(), server().base());
         return true;
     }();
     (void)done;

@@ -1,5 +1,6 @@
 #include <quov/QVDeviceInfo.h>
 
+#include "platform/Context.h"
 #include "platform/device/DevicePlatform.h"
 
 #include <cstdint>
@@ -16,7 +17,7 @@ std::optional<std::string> bundleValue(const std::map<std::string, std::string>&
 }  // namespace
 
 double QVDeviceInfo::getBatteryLevel() {
-    auto p = platform::devicePlatform();
+    auto p = platform::Context::shared().devicePlatform();
     const int state = p->applicationState();
     if (state != platform::kAppActive && state != platform::kAppInactive) return 0.0;
     auto capacity = p->batteryCapacity();
@@ -27,7 +28,7 @@ double QVDeviceInfo::getBatteryLevel() {
 }
 
 std::optional<std::string> QVDeviceInfo::getBatteryState() {
-    switch (platform::devicePlatform()->batteryState()) {
+    switch (platform::Context::shared().devicePlatform()->batteryState()) {
         case platform::kBatteryUnknown: return "UnKnow";
         case platform::kBatteryUnplugged: return "Unplugged";
         case platform::kBatteryCharging: return "Charging";
@@ -37,28 +38,28 @@ std::optional<std::string> QVDeviceInfo::getBatteryState() {
 }
 
 std::string QVDeviceInfo::getDeviceLanguage() {
-    auto languages = platform::devicePlatform()->preferredLanguages();
+    auto languages = platform::Context::shared().devicePlatform()->preferredLanguages();
     if (languages.empty()) throw std::out_of_range("getDeviceLanguage: the preferred-language list is empty");
     return languages.front();
 }
 
 std::optional<std::string> QVDeviceInfo::getLocalAppVersion() {
-    return bundleValue(platform::devicePlatform()->bundleInfo(), "CFBundleShortVersionString");
+    return bundleValue(platform::Context::shared().devicePlatform()->bundleInfo(), "CFBundleShortVersionString");
 }
 
 std::string QVDeviceInfo::getApplicationName() {
-    auto name = bundleValue(platform::devicePlatform()->bundleInfo(), "CFBundleName");
+    auto name = bundleValue(platform::Context::shared().devicePlatform()->bundleInfo(), "CFBundleName");
     if (!name) throw std::invalid_argument(
             "getApplicationName: the bundle information has no \"CFBundleName\"; set it with QuovHost::setBundleInfo");
     return *name;
 }
 
 std::optional<std::string> QVDeviceInfo::getBundleID() {
-    return bundleValue(platform::devicePlatform()->bundleInfo(), "CFBundleIdentifier");
+    return bundleValue(platform::Context::shared().devicePlatform()->bundleInfo(), "CFBundleIdentifier");
 }
 
 std::map<std::string, std::string> QVDeviceInfo::appVersionInfo() {
-    auto info = platform::devicePlatform()->bundleInfo();
+    auto info = platform::Context::shared().devicePlatform()->bundleInfo();
     std::map<std::string, std::string> out;
     auto name = bundleValue(info, "CFBundleDisplayName");
     if (!name) return out;

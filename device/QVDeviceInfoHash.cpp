@@ -1,7 +1,8 @@
 #include <quov/QVDeviceInfo.h>
 
+#include "platform/runtime/Crypto.h"
+
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,11 +14,6 @@
 
 namespace quov {
 namespace {
-
-struct MdCtxDeleter {
-    void operator()(EVP_MD_CTX* c) const { EVP_MD_CTX_free(c); }
-};
-using MdCtx = std::unique_ptr<EVP_MD_CTX, MdCtxDeleter>;
 
 class Fd {
 public:
@@ -33,7 +29,7 @@ private:
     int fd_;
 };
 
-std::string hex(const unsigned char* digest) {
+std::string hex(const platform::Md5Digest& digest) {
     char out[33];
     for (int i = 0; i < 16; ++i) std::snprintf(out + 2 * i, 3, "%02x", digest[i]);
     return std::string(out, 32);
@@ -47,10 +43,9 @@ std::string QVDeviceInfo::dataMD5(const std::optional<std::string>& text) {
     if (!text) return "";
     // Measured as a C string: the digest stops at the first zero byte.
     const std::size_t length = std::strlen(text->c_str());
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int size = 0;
-    if (!EVP_Digest(text->data(), length, digest, &size, EVP_md5(), nullptr) || size != 16) digestFailure();
-    return hex(digest);
+    const auto digest = platform::md5(std::string_view(text->data(), length));
+    if (!digest) digestFailure();
+    return hex(*digest);
 }
 
 std::string QVDeviceInfo::fileMD5(const std::string& path) {
@@ -61,8 +56,7 @@ std::string QVDeviceInfo::fileMD5(const std::string& path) {
     struct stat st {};
     if (::fstat(fd.get(), &st) != 0 || S_ISDIR(st.st_mode)) return "";
 
-    MdCtx ctx(EVP_MD_CTX_new());
-    if (!ctx || !EVP_DigestInit_ex(ctx.get(), EVP_md5(), nullptr)) digestFailure();
+    platform::Md5Stream md5;
     unsigned char chunk[1024];
     while (true) {
         ssize_t n = ::read(fd.get(), chunk, sizeof chunk);
@@ -70,13 +64,10 @@ std::string QVDeviceInfo::fileMD5(const std::string& path) {
             if (errno == EINTR) continue;
             throw std::system_error(errno, std::generic_category(), "fileMD5: reading " + path);
         }
-        EVP_DigestUpdate(ctx.get(), chunk, static_cast<std::size_t>(n));  // the final empty read too
+        md5.update(chunk, static_cast<std::size_t>(n));  // the final empty read too
         if (n == 0) break;
     }
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int size = 0;
-    if (!EVP_DigestFinal_ex(ctx.get(), digest, &size) || size != 16) digestFailure();
-    return hex(digest);
+    return hex(md5.finish());
 }
 
 }  // namespace quov

@@ -1,5 +1,6 @@
 #include <quov/QVDeviceInfo.h>
 
+#include "platform/Context.h"
 #include "platform/device/DevicePlatform.h"
 
 #include <optional>
@@ -80,16 +81,16 @@ bool scaleIsTwo(const platform::DevicePlatform& p) {
 }  // namespace
 
 std::string QVDeviceInfo::deviceTypeDetail() {
-    std::string machine = platform::devicePlatform()->machineIdentifier();
+    std::string machine = platform::Context::shared().devicePlatform()->machineIdentifier();
     for (const auto& row : kModels)
         if (row.identifier == machine) return std::string(row.name);
     return machine;
 }
 
-std::string QVDeviceInfo::cpuArchitectures() { return platform::devicePlatform()->machineIdentifier(); }
+std::string QVDeviceInfo::cpuArchitectures() { return platform::Context::shared().devicePlatform()->machineIdentifier(); }
 
 bool QVDeviceInfo::iPhoneX() {
-    auto p = platform::devicePlatform();
+    auto p = platform::Context::shared().devicePlatform();
     std::string machine = p->machineIdentifier();
     if (!isSimulator(machine)) return machine == "iPhone10,3" || machine == "iPhone10,6";
     Size b = p->screenBounds();
@@ -97,7 +98,7 @@ bool QVDeviceInfo::iPhoneX() {
 }
 
 std::string QVDeviceInfo::getDeviceDisplayMetrics() {
-    auto p = platform::devicePlatform();
+    auto p = platform::Context::shared().devicePlatform();
     if (auto idiom = p->userInterfaceIdiom(); idiom && *idiom != platform::kIdiomPhone) {
         // Inverted on purpose: the scale-2.0 tablet reports the smaller text.
         return scaleIsTwo(*p) ? "1024*768" : "2048*1536";

@@ -1,10 +1,11 @@
 #include <quov/QVDeviceInfo.h>
 #include <quov/QVRequestHelper.h>
 
+#include "platform/Context.h"
+#include "platform/runtime/Crypto.h"
 #include "platform/device/DevicePlatform.h"
 
 #include <arpa/inet.h>
-#include <uuid/uuid.h>
 
 #include <cctype>
 #include <climits>
@@ -68,7 +69,7 @@ std::optional<std::string> primaryIPv4(const platform::DevicePlatform& p) {
 }  // namespace
 
 std::string QVDeviceInfo::getMacAddress() {
-    auto p = platform::devicePlatform();
+    auto p = platform::Context::shared().devicePlatform();
     // Read on every call even where the version ignores it: the order of the two
     // halves is part of the contract.
     std::optional<std::string> address = hardwareAddressText(*p);
@@ -80,21 +81,15 @@ std::string QVDeviceInfo::getMacAddress() {
 }
 
 std::string QVDeviceInfo::getDeviceIPAdress() {
-    return primaryIPv4(*platform::devicePlatform()).value_or("an error occurred when obtaining ip address");
+    return primaryIPv4(*platform::Context::shared().devicePlatform()).value_or("an error occurred when obtaining ip address");
 }
 
 std::string QVRequestHelper::getIPAddress() {
-    return primaryIPv4(*platform::devicePlatform()).value_or(std::string());
+    return primaryIPv4(*platform::Context::shared().devicePlatform()).value_or(std::string());
 }
 
-std::string QVDeviceInfo::getIDFA() { return platform::devicePlatform()->advertisingIdentifier(); }
+std::string QVDeviceInfo::getIDFA() { return platform::Context::shared().devicePlatform()->advertisingIdentifier(); }
 
-std::string QVDeviceInfo::originUUID() {
-    uuid_t id;
-    uuid_generate_random(id);
-    char text[37];
-    uuid_unparse_upper(id, text);
-    return text;
-}
+std::string QVDeviceInfo::originUUID() { return platform::randomUUID(); }
 
 }  // namespace quov

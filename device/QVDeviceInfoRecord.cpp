@@ -1,5 +1,6 @@
 #include <quov/QVDeviceInfo.h>
 
+#include "platform/Context.h"
 #include "platform/device/DevicePlatform.h"
 
 #include <nlohmann/json.hpp>
@@ -78,7 +79,7 @@ std::string DeviceInfoRecord::describe() const {
 }
 
 DeviceInfoRecord QVDeviceInfo::deviceInfo() {
-    auto p = platform::devicePlatform();
+    auto p = platform::Context::shared().devicePlatform();
     DeviceInfoRecord record;
     std::string type = deviceTypeDetail();
     std::string os = p->systemName();

@@ -5,10 +5,12 @@
 #include <quov/QVRequestHelper.h>
 
 #include "facade/QuovAdFlow.h"
+#include "network/Tracking.h"
+#include "platform/Context.h"
 #include "platform/media/ImageLoader.h"
 #include "platform/runtime/Log.h"
+#include "platform/toolkit/Application.h"
 
-#include <mutex>
 #include <utility>
 
 extern "C" {
@@ -62,93 +64,15 @@ void QuovAd::loadAdWithAdId(std::optional<std::string> adId) {
     QVRequestHelper::loadAdWithAdId(adId, QuovAdFlow::makeLoadCompletion(*this));
 }
 
-// ---- the load flow ----
-
-namespace {
-std::mutex presenterMutex;
-QuovAdFlow::ViewPresenter& presenterSlot() {
-    static QuovAdFlow::ViewPresenter presenter;
-    return presenter;
-}
-}  // namespace
-
-void QuovAdFlow::setViewPresenter(ViewPresenter presenter) {
-    std::lock_guard lock(presenterMutex);
-    presenterSlot() = std::move(presenter);
-}
-
-void QuovAdFlow::presentOnView(QuovAd& ad, QVBidModelPtr bid, std::optional<platform::ImagePtr> preloaded) {
-    ViewPresenter presenter;
-    {
-        std::lock_guard lock(presenterMutex);
-        presenter = presenterSlot();
-    }
-    if (presenter) {
-        presenter(ad, std::move(bid));
-    } else {
-        showInKeyWindow(ad, std::move(bid), std::move(preloaded));
-    }
-}
-
-std::function<QuovAd*()> QuovAdFlow::weakFacade(QuovAd& ad) {
-    return [facade = &ad, alive = std::weak_ptr<const bool>(ad.alive_)]() -> QuovAd* {
-        return alive.expired() ? nullptr : facade;
-    };
-}
-
-namespace {
-
-// The delegate to call, or a Debug line saying the call is skipped because it is gone.
-std::shared_ptr<QuovAdDelegate> delegateFor(const QuovAd& facade, const char* call) {
-    auto d = facade.delegate();
-    if (!d) platform::QVDebug("Skipped %@: the delegate is gone", call);
-    return d;
-}
-
-}  // namespace
-
-LoadCompletion QuovAdFlow::makeLoadCompletion(QuovAd& ad) {
-    return [lookup = weakFacade(ad)](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
-        QuovAd* facade = lookup();
-        if (!facade) return;
-        if (error) {
-            if (auto d = delegateFor(*facade, "onQuovSDKAdLoadFailed")) d->onQuovSDKAdLoadFailed(*error);
-            return;
-        }
-        if (bids.empty()) {
-            if (auto d = delegateFor(*facade, "onQuovSDKAdLoadFailed"))
-                d->onQuovSDKAdLoadFailed(Error{"QAPP", 204, std::nullopt});
-            return;
-        }
-        QVBidModelPtr first = bids.front();
-        if (first && first->isRendering() == 1) {
-            if (auto d = delegateFor(*facade, "onQuovSDKAdFetchedBid")) d->onQuovSDKAdFetchedBid(first);
-            return;
-        }
-        if (facade->preloadBeforeShow_) {
-            prepare(*facade, std::move(first));
-            return;
-        }
-        if (auto d = delegateFor(*facade, "onQuovSDKAdLoaded")) d->onQuovSDKAdLoaded();
-        presentOnView(*facade, std::move(first));
-    };
-}
-
-void QuovAdFlow::prepare(QuovAd& ad, QVBidModelPtr bid) {
-    auto prepared = std::make_shared<QuovPreparedAd>();
-    prepared->bid = std::move(bid);
-    ad.prepared_ = prepared;  // an earlier ad, ready or still loading, is dropped
-    std::optional<std::string> url;
-    if (prepared->bid && !prepared->bid->images().empty()) url = prepared->bid->images().front().url();
-    platform::ImageLoader::shared().load(
-        url, [lookup = weakFacade(ad), weak = std::weak_ptr<QuovPreparedAd>(prepared)](platform::ImagePtr image) {
-            QuovAd* facade = lookup();
-            auto current = weak.lock();
-            if (!facade || !current || facade->prepared_ != current) return;
-            current->image = std::move(image);
-            current->ready = true;
-            if (auto d = delegateFor(*facade, "onQuovSDKAdLoaded")) d->onQuovSDKAdLoaded();
-        });
+// Runs the loop rather than waiting on it: completions and retries are main-loop
+// tasks, so nothing would end while the main thread merely slept. A click's
+// open-URL chain counts too: its landing page should open before the host exits.
+bool QuovAd::flush(std::chrono::milliseconds timeout) {
+    QuovAdFlow::checkMainThread("QuovAd::flush");
+    platform::Context& context = platform::Context::shared();
+    platform::Application& app = context.application();
+    return context.mainLoop().runUntil(
+        [&app] { return network::pendingTrackingRequests() == 0 && app.pendingURLOpens() == 0; }, timeout);
 }
 
 bool QuovAd::isAdReady() const { return prepared_ && prepared_->ready; }

@@ -3,6 +3,7 @@
 #include <quov/QuovAd.h>
 #include <quov/QVRequestHelper.h>
 
+#include "platform/Context.h"
 #include "platform/toolkit/Image.h"
 #include "view/QVAdView.h"
 
@@ -19,7 +20,18 @@ struct QuovAdFlow {
     /// The view path: puts the bid on screen and wires its three callbacks to the
     /// delegate. Replaceable so the decisions can be observed without a window.
     using ViewPresenter = std::function<void(QuovAd& ad, QVBidModelPtr bid)>;
-    static void setViewPresenter(ViewPresenter presenter);  // empty restores the default
+    /// Puts presenter in force on context for the guard's lifetime; empty: the default.
+    class ScopedViewPresenter {
+    public:
+        ScopedViewPresenter(platform::Context& context, ViewPresenter presenter);
+        ~ScopedViewPresenter();
+        ScopedViewPresenter(const ScopedViewPresenter&) = delete;
+        ScopedViewPresenter& operator=(const ScopedViewPresenter&) = delete;
+
+    private:
+        platform::Context& context_;
+        ViewPresenter previous_;
+    };
     /// A preloaded image (null when its download failed) is shown as it is rather than
     /// fetched again; nullopt: the view downloads the image itself.
     static void presentOnView(QuovAd& ad, QVBidModelPtr bid,

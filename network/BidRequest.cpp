@@ -3,8 +3,10 @@
 #include <quov/QuovAd.h>
 
 #include "network/ResponseRule.h"
+#include "platform/Context.h"
 #include "platform/device/DevicePlatform.h"
 #include "platform/runtime/Log.h"
+#include "platform/runtime/Text.h"
 
 #include <cctype>
 #include <cerrno>
@@ -24,11 +26,6 @@ const std::string& recordText(const DeviceInfoRecord& record, const char* key) {
     if (!v || !std::holds_alternative<std::string>(*v))
         throw std::invalid_argument(std::string("bid request: the device record has no text \"") + key + "\"");
     return std::get<std::string>(*v);
-}
-
-std::string asciiLower(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
 }
 
 std::string connectionType(std::optional<std::uint32_t> flags) {
@@ -68,7 +65,7 @@ BidRequestInputs gatherBidRequestInputs() {
     in.appId = ad.AppId();
     in.appKey = ad.AppKey();
     in.timeout = ad.loadTimeout();
-    auto device = platform::devicePlatform();
+    auto device = platform::Context::shared().devicePlatform();
     in.trackingEnabled = device->advertisingTrackingEnabled();
     in.reachabilityFlags = device->reachabilityFlags(kReachabilityHost);
     in.carrierName = device->carrierName();
@@ -100,7 +97,7 @@ json buildBidRequest(const BidRequestInputs& in) {
     device["open_udid"] = recordText(r, "DeviceMac");
     device["make"] = "apple";
     device["model"] = recordText(r, "DeviceModelDetail");
-    device["os"] = asciiLower(recordText(r, "DeviceOs"));
+    device["os"] = platform::asciiLower(recordText(r, "DeviceOs"));
     device["osv"] = recordText(r, "DeviceOsVersion");
     device["idfa"] = in.idfa;
     device["ppi"] = 440;

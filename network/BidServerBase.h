@@ -7,13 +7,10 @@
 namespace quov::network {
 
 /// The base URL that bid requests go to ("%@/network?appid=%@" is appended): the one
-/// the host set with QuovHost::setBidServerBase, else the build's QUOV_BID_SERVER_BASE
-/// (CMake cache variable). The environment is never read. Any thread.
+/// set on the context (QuovHost::setBidServerBase, or a test's scoped base), else the
+/// build's QUOV_BID_SERVER_BASE (CMake cache variable). The environment is never read.
+/// Any thread.
 std::string bidServerBase();
-
-/// Installs (or with nullopt removes) the base that wins over the build's. Not
-/// validated here: QuovHost::setBidServerBase checks a host's value first. Any thread.
-void setBidServerBaseOverride(std::optional<std::string> base);
 
 /// Why value cannot be a bid server base, or nullopt when it can: an http or https
 /// URL with a host (and optionally a port), no trailing slash, and no path, query,

@@ -3,6 +3,7 @@
 #include "network/BidRequest.h"
 #include "network/BidResponse.h"
 #include "network/BidServerBase.h"
+#include "platform/Context.h"
 #include "platform/http/HttpClient.h"
 #include "platform/runtime/Log.h"
 #include "platform/runtime/TaskWorker.h"
@@ -13,12 +14,6 @@
 namespace quov {
 namespace {
 
-// Parsing a bid answer of megabytes is CPU work the host's frame must not wait for.
-platform::TaskWorker& responseWorker() {
-    static platform::TaskWorker worker;
-    return worker;
-}
-
 }  // namespace
 
 void QVRequestHelper::loadAdWithAdId(const std::optional<std::string>&, LoadCompletion completion) {
@@ -28,19 +23,21 @@ void QVRequestHelper::loadAdWithAdId(const std::optional<std::string>&, LoadComp
     platform::HttpRequest request = network::makeBidHttpRequest(inputs, document, network::bidServerBase());
     const auto started = std::chrono::steady_clock::now();
     std::string url = request.url;
-    platform::HttpClient::shared().send(
+    platform::Context& context = platform::Context::shared();
+    context.http().send(
         std::move(request), [completion = std::move(completion), url = std::move(url),
-                             started](platform::HttpResponse response) mutable {
+                             started, &context](platform::HttpResponse response) mutable {
             const auto elapsed =
                 std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
             auto shared = std::make_shared<platform::HttpResponse>(std::move(response));
             auto done = std::make_shared<LoadCompletion>(std::move(completion));
-            auto finish = [shared, done, url, elapsed](network::BidResponse parsed) {
-                MainLoop::shared().post([parsed = std::move(parsed), shared, done, url, elapsed]() mutable {
+            auto finish = [shared, done, url, elapsed, &context](network::BidResponse parsed) {
+                context.mainLoop().post([parsed = std::move(parsed), shared, done, url, elapsed]() mutable {
                     network::finishBidRequest(std::move(parsed), *shared, url, elapsed, *done);
                 });
             };
-            responseWorker().submit([shared, finish] { finish(network::parseBidResponse(*shared)); },
+            // Parsing a bid answer of megabytes is CPU work the host's frame must not wait for.
+            context.tasks().submit([shared, finish] { finish(network::parseBidResponse(*shared)); },
                                     [finish](const std::string& what) {
                                         // Out of memory on a hostile answer: a failed request.
                                         network::BidResponse failed;

@@ -1,4 +1,5 @@
 #include "network/ResponseRule.h"
+#include "platform/runtime/Text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -17,10 +18,7 @@ std::string mediaType(std::string_view contentType) {
         contentType.remove_prefix(1);
     while (!contentType.empty() && std::isspace(static_cast<unsigned char>(contentType.back())))
         contentType.remove_suffix(1);
-    std::string out(contentType);
-    std::transform(out.begin(), out.end(), out.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return out;
+    return platform::asciiLower(contentType);
 }
 
 std::optional<std::string> textOf(const std::string& body) {

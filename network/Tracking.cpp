@@ -3,10 +3,11 @@
 #include <quov/QVRequestHelper.h>
 
 #include "network/ResponseRule.h"
+#include "platform/Context.h"
 #include "platform/http/HttpClient.h"
+#include "platform/runtime/Crypto.h"
 #include "platform/runtime/Log.h"
 
-#include <openssl/rand.h>
 
 #include <atomic>
 #include <memory>
@@ -47,7 +48,7 @@ void attempt(std::shared_ptr<Chain> chain, std::uint64_t n) {
     platform::HttpRequest request;
     request.url = percentEncodeQuery(chain->url);
     platform::QVLog("GET URL WITH retry, %lu, %@", std::to_string(n), chain->url);
-    platform::HttpClient::shared().send(std::move(request), [chain, n](platform::HttpResponse r) {
+    platform::Context::shared().http().send(std::move(request), [chain, n](platform::HttpResponse r) {
         JsonOutcome outcome = evaluateJsonResponse(r);
         // A shut-down client fails every later attempt too, and by then the
         // host may be tearing down statics: end the chain here.
@@ -107,15 +108,11 @@ std::string QVRequestHelper::randomStringWithLength(std::uint64_t length) {
     constexpr unsigned kLimit = 248;
     std::string out;
     out.reserve(length);
-    unsigned char pool[64];
+    std::uint8_t pool[64];
     std::size_t used = sizeof pool;
     while (out.size() < length) {
         if (used == sizeof pool) {
-            if (RAND_bytes(pool, sizeof pool) != 1) {
-                // OpenSSL's generator could not seed; the OS source still can.
-                std::random_device device;
-                for (auto& b : pool) b = static_cast<unsigned char>(device());
-            }
+            platform::randomBytes(pool, sizeof pool);
             used = 0;
         }
         const unsigned b = pool[used++];

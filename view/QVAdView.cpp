@@ -1,5 +1,6 @@
 #include "view/QVAdView.h"
 
+#include "platform/Context.h"
 #include "platform/runtime/Log.h"
 #include "platform/media/ResourceBundle.h"
 
@@ -56,7 +57,7 @@ QVAdView::QVAdView(Rect frame, QVAdViewEnvironment environment)
 QVAdView::~QVAdView() { app().defaultCenter().removeObserver(this); }
 
 platform::Application& QVAdView::app() const {
-    return environment_.application ? *environment_.application : platform::Application::shared();
+    return environment_.application ? *environment_.application : platform::Context::shared().application();
 }
 
 double QVAdView::now() const {

@@ -19,7 +19,7 @@ namespace quov {
 
 /// What the ad view needs from around it. Every empty member means the SDK's own.
 struct QVAdViewEnvironment {
-    /// Screen, orientation notifications, opening URLs. Null: Application::shared().
+    /// Screen, orientation notifications, opening URLs. Null: the context's.
     platform::Application* application = nullptr;
     /// Starts loading an image URL into an image view (and forgets it if the view goes).
     std::function<void(std::weak_ptr<platform::ImageView>, const std::optional<std::string>&)> loadImage;

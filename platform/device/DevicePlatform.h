@@ -107,25 +107,4 @@ public:
     virtual int batteryState() const = 0;
 };
 
-/// The platform every query goes through: the one installed with setDevicePlatform,
-/// else the process's Linux platform (LinuxDevicePlatform::shared()). Any thread.
-std::shared_ptr<const DevicePlatform> devicePlatform();
-
-/// Installs platform for all later queries and returns the one it replaces
-/// (nullptr when the Linux default was active). nullptr restores the default. Any thread.
-std::shared_ptr<const DevicePlatform> setDevicePlatform(std::shared_ptr<const DevicePlatform> platform);
-
-/// Installs a platform for the lifetime of the scope and puts the previous one back.
-class ScopedDevicePlatform {
-public:
-    explicit ScopedDevicePlatform(std::shared_ptr<const DevicePlatform> platform)
-        : previous_(setDevicePlatform(std::move(platform))) {}
-    ~ScopedDevicePlatform() { setDevicePlatform(std::move(previous_)); }
-    ScopedDevicePlatform(const ScopedDevicePlatform&) = delete;
-    ScopedDevicePlatform& operator=(const ScopedDevicePlatform&) = delete;
-
-private:
-    std::shared_ptr<const DevicePlatform> previous_;
-};
-
 }  // namespace quov::platform

@@ -1,4 +1,6 @@
 #include "platform/device/linux_device.h"
+#include "platform/runtime/Crypto.h"
+#include "platform/runtime/Text.h"
 
 #include <arpa/inet.h>
 #include <dirent.h>
@@ -6,8 +8,6 @@
 #include <ifaddrs.h>
 #include <net/route.h>
 #include <netinet/in.h>
-#include <openssl/evp.h>
-#include <openssl/hmac.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -225,8 +225,7 @@ std::optional<std::string> localeToTag(std::string_view locale) {
     if (lang.size() < 2 || lang.size() > 8 ||
         !std::all_of(lang.begin(), lang.end(), [](unsigned char c) { return std::isalpha(c); }))
         return std::nullopt;
-    std::string tag;
-    for (char c : lang) tag += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    std::string tag = asciiLower(lang);
     if (sep != std::string_view::npos) {
         bool alpha2 = region.size() == 2 &&
                       std::all_of(region.begin(), region.end(), [](unsigned char c) { return std::isalpha(c); });
@@ -245,8 +244,7 @@ std::optional<std::string> validMachineId(const std::optional<std::string>& raw)
     if (id.size() != 32 ||
         !std::all_of(id.begin(), id.end(), [](unsigned char c) { return std::isxdigit(c); }))
         return std::nullopt;
-    std::string out;
-    for (char c : id) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    std::string out = asciiLower(id);
     if (out == std::string(32, '0')) return std::nullopt;
     return out;
 }
@@ -257,11 +255,6 @@ std::string executableName() {
 }
 
 }  // namespace
-
-std::shared_ptr<LinuxDevicePlatform> LinuxDevicePlatform::shared() {
-    static auto* instance = new std::shared_ptr<LinuxDevicePlatform>(std::make_shared<LinuxDevicePlatform>());
-    return *instance;
-}
 
 LinuxDevicePlatform::LinuxDevicePlatform(Options options) : options_(std::move(options)) {}
 
@@ -407,14 +400,9 @@ std::optional<std::string> LinuxDevicePlatform::identifierForVendor() const {
 
     // Keyed by the application so two apps on one machine cannot correlate users,
     // and the machine id itself never leaves the device.
-    unsigned char mac[EVP_MAX_MD_SIZE];
-    unsigned int macLen = 0;
-    static const unsigned char kEmpty[1] = {0};
-    const void* keyData = key.empty() ? static_cast<const void*>(kEmpty) : key.data();
-    if (!HMAC(EVP_sha256(), keyData, static_cast<int>(key.size()),
-              reinterpret_cast<const unsigned char*>(machineId->data()), machineId->size(), mac, &macLen) ||
-        macLen < 16)
-        return std::nullopt;
+    auto digest = hmacSha256(key, *machineId);
+    if (!digest || digest->size() < 16) return std::nullopt;
+    std::uint8_t* mac = digest->data();
     mac[6] = static_cast<unsigned char>((mac[6] & 0x0F) | 0x40);  // a well-formed version 4 UUID
     mac[8] = static_cast<unsigned char>((mac[8] & 0x3F) | 0x80);
     char out[37];

@@ -25,9 +25,6 @@ public:
         std::function<std::optional<std::string>(const std::string& name)> environment;
     };
 
-    /// The process's instance, the one QuovHost configures. Never destroyed.
-    static std::shared_ptr<LinuxDevicePlatform> shared();
-
     LinuxDevicePlatform() : LinuxDevicePlatform(Options{}) {}
     explicit LinuxDevicePlatform(Options options);
 

@@ -1,4 +1,5 @@
 #include "platform/http/HttpClient.h"
+#include "platform/runtime/Text.h"
 
 #include <curl/curl.h>
 #include <fcntl.h>
@@ -86,7 +87,7 @@ std::string originOf(const char* url) {
                 key.clear();
                 break;
             }
-            for (const char* c = value; *c; ++c) key += static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
+            key += asciiLower(value);
             key += '|';
             curl_free(value);
         }
@@ -136,7 +137,7 @@ struct HttpClient::Impl {
     // DNS answers and TLS sessions only: neither carries a request, so sharing
     // them never makes one request ride on another's connection.
     ShareHandle share;
-    std::thread worker;
+    std::jthread worker;
 
     // Worker-only state. Every running transfer holds one connection.
     std::deque<std::unique_ptr<Transfer>> waiting;
@@ -290,7 +291,19 @@ void HttpClient::Impl::startLocked() {
     sigaddset(&block, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &block, &old);
     try {
-        worker = std::thread([this] { run(); });
+        worker = std::jthread([this] {
+            try {
+                run();
+            } catch (...) {
+                // A worker that cannot go on fails what it holds and every later
+                // send, instead of taking the host down.
+                {
+                    std::lock_guard lock(mutex);
+                    stopping = true;
+                }
+                shutDownAll();
+            }
+        });
     } catch (...) {
         pthread_sigmask(SIG_SETMASK, &old, nullptr);
         curl_multi_cleanup(multi);
@@ -380,19 +393,6 @@ void HttpClient::Impl::shutDownAll() {
     for (auto& t : waiting) end(std::move(t));
     waiting.clear();
     discardPendingSigpipe();
-}
-
-HttpClient& HttpClient::shared() {
-    // Never destroyed: a host's static destructor may still flush, and a send
-    // then has to meet a stopped client rather than freed memory. The worker is
-    // stopped at exit, before libcurl's and OpenSSL's exit handlers (registered
-    // earlier, by the constructor) tear down what it uses.
-    static HttpClient* client = [] {
-        auto* c = new HttpClient(MainLoop::shared());
-        std::atexit([] { HttpClient::shared().shutDown(); });
-        return c;
-    }();
-    return *client;
 }
 
 HttpClient::HttpClient(MainLoop& loop) : impl_(nullptr) {

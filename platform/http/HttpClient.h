@@ -56,16 +56,11 @@ struct HttpResponse {
 /// wire at once, whatever their hosts, one connection each; the rest wait in one
 /// queue, first come first served. So a hung host holds at most its own requests,
 /// never the next ones to other hosts, and the client's descriptors stay bounded.
-/// The SDK has one client (shared()), so the cap is the process's.
+/// The SDK has one client (its context's), so the cap is the process's.
 class HttpClient {
 public:
     using Completion = std::function<void(HttpResponse)>;
     static constexpr std::size_t kMaxOpenConnections = 128;
-
-    /// The SDK's client, posting to MainLoop::shared(). Never destroyed, so it can
-    /// be reached during static destruction; shut down at exit, before libcurl's
-    /// and OpenSSL's own exit handlers run. Sends after that end with shutDown.
-    static HttpClient& shared();
 
     explicit HttpClient(MainLoop& loop);
     ~HttpClient();  // shutDown(), then frees the client

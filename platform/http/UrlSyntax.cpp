@@ -1,4 +1,9 @@
 #include "platform/http/UrlSyntax.h"
+#include "platform/runtime/Text.h"
+
+#include <curl/curl.h>
+
+#include <memory>
 
 namespace quov::platform {
 namespace {
@@ -43,7 +48,7 @@ std::optional<std::string> absoluteURLScheme(std::string_view text) {
     for (std::size_t i = 0; i < colon; ++i) {
         const char c = text[i];
         if (!isAlpha(c) && !isDigit(c) && c != '+' && c != '-' && c != '.') return std::nullopt;
-        scheme += static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+        scheme += asciiLower(c);
     }
 
     if (scheme == "http" || scheme == "https") {
@@ -56,6 +61,35 @@ std::optional<std::string> absoluteURLScheme(std::string_view text) {
         if (hostPort.empty() || hostPort[0] == ':') return std::nullopt;
     }
     return scheme;
+}
+
+namespace {
+
+struct UrlDeleter {
+    void operator()(CURLU* u) const { curl_url_cleanup(u); }
+};
+
+std::optional<std::string> part(CURLU* url, CURLUPart which) {
+    char* value = nullptr;
+    if (curl_url_get(url, which, &value, 0) != CURLUE_OK || !value) return std::nullopt;
+    std::string out(value);
+    curl_free(value);
+    return out;
+}
+
+}  // namespace
+
+std::optional<URLParts> parseURL(const std::string& text) {
+    std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
+    if (!url || curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return std::nullopt;
+    URLParts parts;
+    parts.scheme = part(url.get(), CURLUPART_SCHEME);
+    parts.user = part(url.get(), CURLUPART_USER);
+    parts.host = part(url.get(), CURLUPART_HOST);
+    parts.path = part(url.get(), CURLUPART_PATH);
+    parts.query = part(url.get(), CURLUPART_QUERY);
+    parts.fragment = part(url.get(), CURLUPART_FRAGMENT);
+    return parts;
 }
 
 }  // namespace quov::platform

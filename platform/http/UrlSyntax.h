@@ -14,4 +14,14 @@ namespace quov::platform {
 /// "//" and a host. Pure and thread-safe.
 std::optional<std::string> absoluteURLScheme(std::string_view text);
 
+/// The parts of an absolute URL as the HTTP transport reads it; each absent when
+/// the URL has none.
+struct URLParts {
+    std::optional<std::string> scheme, user, host, path, query, fragment;
+};
+
+/// text parsed the way the transport will read it; absent when it does not parse.
+/// Any thread.
+std::optional<URLParts> parseURL(const std::string& text);
+
 }  // namespace quov::platform

@@ -50,7 +50,7 @@ struct ImageLoader::Impl {
         std::condition_variable wake;
         std::deque<std::pair<std::string, std::string>> jobs;  // url, encoded bytes
         bool stopping = false;
-        std::thread worker;
+        std::jthread worker;
 
         void decodeJobs(std::weak_ptr<State> self) {
             for (;;) {
@@ -62,7 +62,12 @@ struct ImageLoader::Impl {
                     job = std::move(jobs.front());
                     jobs.pop_front();
                 }
-                ImagePtr image = decodeImage(job.second, limits);
+                ImagePtr image;
+                try {
+                    image = decodeImage(job.second, limits);
+                } catch (...) {
+                    // Out of memory on a hostile image: that load fails, the worker goes on.
+                }
                 loop.post([self, url = std::move(job.first), image = std::move(image)] {
                     if (auto state = self.lock()) state->finish(url, image);
                 });
@@ -97,17 +102,12 @@ struct ImageLoader::Impl {
     std::shared_ptr<State> state;
 };
 
-ImageLoader& ImageLoader::shared() {
-    static ImageLoader* loader = new ImageLoader(HttpClient::shared(), MainLoop::shared());
-    return *loader;
-}
-
 ImageLoader::ImageLoader(HttpClient& http, MainLoop& loop, std::size_t cacheBytes)
     : impl_(new Impl{std::make_shared<Impl::State>(http, loop, cacheBytes)}) {
     // Joined by the destructor before the state can go, so it may use it directly.
     Impl::State* state = impl_->state.get();
     try {
-        state->worker = std::thread([state, weak = std::weak_ptr(impl_->state)] {
+        state->worker = std::jthread([state, weak = std::weak_ptr(impl_->state)] {
             state->decodeJobs(weak);
         });
     } catch (...) {
@@ -117,6 +117,11 @@ ImageLoader::ImageLoader(HttpClient& http, MainLoop& loop, std::size_t cacheByte
 }
 
 ImageLoader::~ImageLoader() {
+    shutDown();
+    delete impl_;
+}
+
+void ImageLoader::shutDown() {
     auto& s = *impl_->state;
     {
         std::lock_guard lock(s.mutex);
@@ -126,12 +131,13 @@ ImageLoader::~ImageLoader() {
     s.wake.notify_all();
     if (s.worker.joinable()) s.worker.join();
     // Every caller still gets its one answer.
-    for (auto& [url, completions] : s.waiting)
+    auto waiting = std::move(s.waiting);
+    s.waiting.clear();
+    for (auto& [url, completions] : waiting)
         for (auto& completion : completions)
             s.loop.post([completion = std::move(completion)] {
                 if (completion) completion(nullptr);
             });
-    delete impl_;
 }
 
 std::size_t ImageLoader::pendingLoads() const { return impl_->state->pending; }
@@ -178,10 +184,13 @@ void ImageLoader::load(const std::optional<std::string>& url, Completion complet
         }
         {
             std::lock_guard lock(state->mutex);
-            if (state->stopping) return;
-            state->jobs.emplace_back(key, std::move(response.body));
+            if (!state->stopping) {
+                state->jobs.emplace_back(key, std::move(response.body));
+                state->wake.notify_one();
+                return;
+            }
         }
-        state->wake.notify_one();
+        state->finish(key, nullptr);  // nobody left to decode it
     });
 }
 

@@ -20,11 +20,12 @@ public:
     /// malformed, the download fails, or the data is not a decodable image within caps.
     using Completion = std::function<void(ImagePtr image)>;
 
-    /// The SDK's loader, on HttpClient::shared() and MainLoop::shared().
-    static ImageLoader& shared();
-
     ImageLoader(HttpClient& http, MainLoop& loop, std::size_t cacheBytes = 32u << 20);
-    ~ImageLoader();
+    ~ImageLoader();  // shutDown(), then frees the cache
+
+    /// Stops and joins the decode worker; every load waiting, and every later one,
+    /// completes with null. Idempotent; main thread.
+    void shutDown();
     ImageLoader(const ImageLoader&) = delete;
     ImageLoader& operator=(const ImageLoader&) = delete;
 

@@ -15,6 +15,6 @@ namespace quov::platform {
 /// still loading, and an image arriving for a view that is gone is dropped (the load
 /// holds the view weakly, so it never keeps one alive).
 void setImageWithURL(std::weak_ptr<ImageView> view, const std::optional<std::string>& url,
-                     ImageLoader& loader = ImageLoader::shared());
+                     ImageLoader& loader);
 
 }  // namespace quov::platform

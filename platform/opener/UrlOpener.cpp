@@ -2,6 +2,7 @@
 
 #include "platform/runtime/Log.h"
 #include "platform/http/UrlSyntax.h"
+#include "platform/runtime/Text.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -317,8 +318,7 @@ private:
 std::vector<std::string> setAllowedURLSchemes(const std::vector<std::string>& schemes) {
     std::vector<std::string> kept, refused;
     for (const std::string& given : schemes) {
-        std::string scheme = given;
-        for (char& c : scheme) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+        std::string scheme = asciiLower(given);
         // The same shape absoluteURLScheme accepts, so a registered scheme can match.
         bool valid = scheme.size() >= 2 && scheme[0] >= 'a' && scheme[0] <= 'z';
         for (char c : scheme)

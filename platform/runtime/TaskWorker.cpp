@@ -6,7 +6,13 @@ namespace quov::platform {
 
 TaskWorker::TaskWorker() : thread_([this](std::stop_token stop) { run(stop); }) {}
 
-TaskWorker::~TaskWorker() {
+TaskWorker::~TaskWorker() { shutDown(); }
+
+void TaskWorker::shutDown() {
+    {
+        std::lock_guard lock(mutex_);
+        stopped_ = true;
+    }
     thread_.request_stop();
     if (thread_.joinable()) thread_.join();
 }
@@ -14,9 +20,17 @@ TaskWorker::~TaskWorker() {
 void TaskWorker::submit(Task task, Failure onFailure) {
     {
         std::lock_guard lock(mutex_);
-        jobs_.push_back({std::move(task), std::move(onFailure)});
+        if (!stopped_) {
+            jobs_.push_back({std::move(task), std::move(onFailure)});
+            ready_.notify_one();
+            return;
+        }
     }
-    ready_.notify_one();
+    try {
+        if (onFailure) onFailure("shut down");
+    } catch (...) {
+        // Same rule as on the worker: a careless handler does not reach the caller.
+    }
 }
 
 void TaskWorker::run(std::stop_token stop) {

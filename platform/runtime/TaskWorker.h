@@ -13,8 +13,8 @@ namespace quov::platform {
 /// One background thread that runs tasks in submission order, for CPU work that
 /// must stay off the host's thread. A task that throws is reported to its own
 /// failure handler (on this thread) with the exception's text; the worker goes on.
-/// The destructor stops taking tasks, finishes the one running, drops the rest
-/// unrun and joins.
+/// shutDown (and the destructor) stops taking tasks, finishes the one running,
+/// drops the rest unrun and joins; a task submitted after it fails at once.
 class TaskWorker {
 public:
     using Task = std::function<void()>;
@@ -25,8 +25,12 @@ public:
     TaskWorker(const TaskWorker&) = delete;
     TaskWorker& operator=(const TaskWorker&) = delete;
 
-    /// Any thread; never blocks on the task.
+    /// Any thread; never blocks on the task. After shutDown the task is not run
+    /// and onFailure is called on the caller's thread.
     void submit(Task task, Failure onFailure = {});
+
+    /// Idempotent; not on the worker's own thread.
+    void shutDown();
 
 private:
     struct Job {
@@ -38,6 +42,7 @@ private:
     std::mutex mutex_;
     std::condition_variable_any ready_;
     std::deque<Job> jobs_;
+    bool stopped_ = false;
     std::jthread thread_;  // last: starts after the queue exists, joins before it goes
 };
 

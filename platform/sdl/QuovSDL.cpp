@@ -1,17 +1,22 @@
 #include <quov/QuovSDL.h>
 
-#include "platform/toolkit/Application.h"
+#include "platform/Context.h"
 #include "platform/media/ImageLoader.h"
 #include "platform/sdl/SdlBackend.h"
 
 namespace quov::sdl {
 namespace {
-platform::SdlBackend& backend() {
-    // Never destroyed, like the application it draws: destroying textures at exit
-    // could touch a renderer the host has already destroyed.
-    static auto* b = new platform::SdlBackend(platform::Application::shared());
-    return *b;
-}
+
+// Registered with the context on first use, so the core never depends on SDL. The
+// process's context is never destroyed, so neither is this: destroying textures at
+// exit could touch a renderer the host has already destroyed.
+struct BackendPart final : platform::Context::Part {
+    explicit BackendPart(platform::Context& context) : backend(context.application()) {}
+    platform::SdlBackend backend;
+};
+
+platform::SdlBackend& backend() { return platform::Context::shared().part<BackendPart>().backend; }
+
 }  // namespace
 
 void attachWindow(SDL_Window* window) { backend().attachWindow(window); }
@@ -20,7 +25,7 @@ void render(SDL_Renderer* renderer) { backend().render(renderer); }
 void releaseRenderer() { backend().releaseRenderer(); }
 void setUIScale(double windowUnitsPerPoint) { backend().setUIScale(windowUnitsPerPoint); }
 std::optional<quov::Rect> findElement(std::string_view label) {
-    auto window = platform::Application::shared().keyWindow();
+    auto window = platform::Context::shared().application().keyWindow();
     if (!window) return std::nullopt;
     window->layoutIfNeeded();
     auto view = window->findViewWithAccessibilityLabel(label);
@@ -28,8 +33,8 @@ std::optional<quov::Rect> findElement(std::string_view label) {
     return quov::Rect{view->originInRoot(), view->frame().size};
 }
 
-bool isLoadingContent() { return platform::ImageLoader::shared().pendingLoads() != 0; }
+bool isLoadingContent() { return platform::Context::shared().images().pendingLoads() != 0; }
 
-void orientationDidChange() { platform::Application::shared().deviceOrientationDidChange(); }
+void orientationDidChange() { platform::Context::shared().application().deviceOrientationDidChange(); }
 
 }  // namespace quov::sdl

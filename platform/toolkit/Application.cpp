@@ -7,16 +7,6 @@
 
 namespace quov::platform {
 
-Application& Application::shared() {
-    static Application* app = [] {
-        auto* a = new Application(MainLoop::shared());  // outlives every view
-        connectDevicePlatform(*a, LinuxDevicePlatform::shared());
-        a->setURLOpener(makeProgramURLOpener());
-        return a;
-    }();
-    return *app;
-}
-
 void connectDevicePlatform(Application& app, const std::shared_ptr<LinuxDevicePlatform>& device) {
     std::weak_ptr<LinuxDevicePlatform> weak = device;
     app.setChangeObserver([weak, connected = false](const Application& changed) mutable {

@@ -28,12 +28,9 @@ using ApplicationState = quov::ApplicationState;
 
 /// The host application as the SDK sees it: the main screen, the key window, the
 /// state, orientation notifications and opening URLs. Everything here belongs on
-/// the main thread. The SDK uses shared(); tests make their own.
+/// the main thread. The SDK uses its context's; tests make their own.
 class Application {
 public:
-    /// The SDK's instance, on MainLoop::shared(). Created on first use, never destroyed.
-    static Application& shared();
-
     explicit Application(MainLoop& loop);
     ~Application();
     Application(const Application&) = delete;

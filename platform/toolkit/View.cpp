@@ -222,11 +222,11 @@ bool View::pointInside(Point p) const {
     return p.x >= 0 && p.y >= 0 && p.x < frame_.size.width && p.y < frame_.size.height;
 }
 
-ViewPtr View::hitTest(Point p) {
+ViewPtr View::hitView(Point p) {
     if (hidden_ || alpha_ < 0.01 || !userInteractionEnabled_ || !pointInside(p)) return nullptr;
     for (auto it = subviews_.rbegin(); it != subviews_.rend(); ++it) {
         const Rect f = (*it)->frame();
-        if (auto hit = (*it)->hitTest({p.x - f.origin.x, p.y - f.origin.y})) return hit;
+        if (auto hit = (*it)->hitView({p.x - f.origin.x, p.y - f.origin.y})) return hit;
     }
     return shared_from_this();
 }

@@ -190,7 +190,7 @@ public:
     // --- touches ---
     /// The frontmost visible, interactive view under p (in this view's space),
     /// searching subviews front to back before the view itself; null if none.
-    virtual ViewPtr hitTest(Point p);
+    virtual ViewPtr hitView(Point p);
     bool pointInside(Point p) const;
     /// Delivered by the window to the view a touch went down on. No-ops here.
     virtual void touchBegan(const Touch& touch, const TouchEvent& event);

@@ -16,7 +16,7 @@ bool Window::sendTouch(std::uint64_t identifier, TouchPhase phase, Point locatio
     if (phase == TouchPhase::Began) {
         if (touches_.count(identifier)) return false;
         layoutIfNeeded();
-        ViewPtr hit = hitTest(location);
+        ViewPtr hit = hitView(location);
         Touch touch{identifier, TouchPhase::Began, hit, location};
         touches_.emplace(identifier, touch);
         if (hit) hit->touchBegan(touch, makeEvent());

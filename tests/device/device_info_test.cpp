@@ -4,6 +4,7 @@
 #include <quov/QuovAd.h>
 
 #include "tests/support/fake_device.h"
+#include "platform/Context.h"
 #include "platform/device/linux_device.h"
 #include "support/LogCapture.h"
 
@@ -18,14 +19,15 @@ using quov::DeviceInfoRecord;
 using quov::QuovAd;
 using quov::QVDeviceInfo;
 using quov::platform::FakeDevicePlatform;
-using quov::platform::ScopedDevicePlatform;
+using quov::platform::Context;
+using ScopedDevicePlatform = quov::platform::Context::ScopedDevicePlatform;
 
 namespace {
 
 // A fresh fake installed for the test's lifetime.
 struct FakeDevice : ::testing::Test {
     std::shared_ptr<FakeDevicePlatform> fake = std::make_shared<FakeDevicePlatform>();
-    ScopedDevicePlatform scope{fake};
+    ScopedDevicePlatform scope{Context::shared(), fake};
 };
 
 const char* const kNoIP = "an error occurred when obtaining ip address";
@@ -277,7 +279,7 @@ TEST_F(FakeDevice, RecordFailsWholeOnAnAbsentValue) {
     for (const auto& [breakIt, mentions] : cases) {
         auto broken = std::make_shared<FakeDevicePlatform>();
         breakIt(*broken);
-        ScopedDevicePlatform inner(broken);
+        ScopedDevicePlatform inner(Context::shared(), broken);
         try {
             QVDeviceInfo::deviceInfo();
             ADD_FAILURE() << "no exception for " << mentions[0];

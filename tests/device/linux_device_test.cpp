@@ -2,6 +2,7 @@
 #include <quov/QVDeviceInfo.h>
 #include <quov/QuovHost.h>
 
+#include "platform/Context.h"
 #include "platform/device/linux_device.h"
 
 #include <gtest/gtest.h>
@@ -106,7 +107,7 @@ TEST(LinuxDevice, MacAddressIsTheVendorIdentifierOnEveryDistribution) {
             auto p = std::make_shared<LinuxDevicePlatform>(LinuxDevicePlatform::Options{t.dir.string(), {}});
             p->setBundleInfo({{"CFBundleIdentifier", "com.example.one"}, {"CFBundleShortVersionString", "1.0"}});
             ASSERT_TRUE(p->hardwareAddress("eth0")) << c.name << ": the address is readable, just never sent";
-            quov::platform::ScopedDevicePlatform scope(p);
+            quov::platform::Context::ScopedDevicePlatform scope(quov::platform::Context::shared(), p);
 
             std::string expected = "000000000000";
             if (machineId) expected = std::regex_replace(*p->identifierForVendor(), std::regex("-"), "");

@@ -2,6 +2,7 @@
 #include <quov/QuovAd.h>
 
 #include "facade/QuovAdFlow.h"
+#include "platform/Context.h"
 #include "network/BidServerBase.h"
 #include "support/LogCapture.h"
 #include "support/NetworkScope.h"
@@ -31,12 +32,14 @@ protected:
     void SetUp() override {
         delegate = std::make_shared<RecordingDelegate>();
         ad.setDelegate(delegate);
-        QuovAdFlow::setViewPresenter([this](QuovAd&, QVBidModelPtr bid) {
+        presenter.emplace(platform::Context::shared(), [this](QuovAd&, QVBidModelPtr bid) {
             delegate->calls.push_back("view");
             presented.push_back(std::move(bid));
         });
     }
-    void TearDown() override { QuovAdFlow::setViewPresenter({}); }
+    void TearDown() override { presenter.reset(); }
+
+    std::optional<QuovAdFlow::ScopedViewPresenter> presenter;
 
     QuovAd ad;
     std::shared_ptr<RecordingDelegate> delegate;
@@ -103,7 +106,7 @@ TEST_F(LoadCompletion, GoneDelegateIsSkippedAndTheViewStillShown) {
     auto completion = QuovAdFlow::makeLoadCompletion(ad);
     delegate->calls.clear();
     auto keep = delegate;
-    QuovAdFlow::setViewPresenter([&](QuovAd&, QVBidModelPtr bid) {
+    QuovAdFlow::ScopedViewPresenter inner(platform::Context::shared(), [&](QuovAd&, QVBidModelPtr bid) {
         keep->calls.push_back("view");
         presented.push_back(std::move(bid));
     });
@@ -193,13 +196,13 @@ TEST(Facade, EmptyCredentialsPassThePrecondition) {
     ad.setDelegate(delegate);
     ad.setupWithAppId(std::string(""), std::string(""));
     // A server that is surely not there: the load must end before ad goes away.
-    network::setBidServerBaseOverride("http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()));
+    platform::Context::ScopedServiceBase base(platform::Context::shared(),
+                                              "http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()));
     LogCapture log;
     ad.loadAdWithAdId(std::nullopt);
     EXPECT_TRUE(log.linesStartingWith("Please call").empty());
     EXPECT_TRUE(MainLoop::shared().runUntil([&] { return !delegate->calls.empty(); },
                                             std::chrono::seconds(20)));
-    network::setBidServerBaseOverride(std::nullopt);
 }
 
 TEST(Facade, IdentifiersAreStoredAsGiven) {

@@ -3,6 +3,7 @@
 #include <quov/MainLoop.h>
 #include <quov/QuovAd.h>
 
+#include "platform/Context.h"
 #include "facade/QuovAdFlow.h"
 #include "platform/toolkit/Application.h"
 #include "platform/toolkit/Window.h"
@@ -38,7 +39,7 @@ protected:
         ad.flush(std::chrono::seconds(20));
         app().setKeyWindow(previousWindow_);
     }
-    static platform::Application& app() { return platform::Application::shared(); }
+    static platform::Application& app() { return platform::Context::shared().application(); }
 
     QVBidModelPtr bidWithImage(const std::string& url) {
         auto bid = std::make_shared<QVBidModel>();

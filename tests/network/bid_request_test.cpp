@@ -2,6 +2,7 @@
 #include <quov/QuovAd.h>
 
 #include "network/BidRequest.h"
+#include "platform/Context.h"
 #include "support/LogCapture.h"
 #include "support/NetworkScope.h"
 #include "support/TestServer.h"
@@ -72,7 +73,7 @@ TEST_F(BidRequest, UrlHeadersAndCompactBodyOnTheWire) {
 
 TEST_F(BidRequest, EmptyCredentialsAreSentEmpty) {
     test::RawRequestCapture raw;
-    network::setBidServerBaseOverride(raw.base());
+    platform::Context::ScopedServiceBase base(platform::Context::shared(), raw.base());
     QuovAd::shared().setupWithAppId(std::string(""), std::string(""));
     load();
     ASSERT_EQ(raw.requests().size(), 1u);
@@ -307,7 +308,8 @@ TEST_F(BidResponse, UnusableEndpointsGive4001WithNoAnswerLogged) {
     QuovAd::shared().setupWithAppId(std::string("a b"), std::string("k"));
     EXPECT_EQ(load().error, QVError::errorWithCode(4001));
     EXPECT_EQ(server.count(), 0u);
-    network::setBidServerBaseOverride("http://127.0.0.1:" + std::to_string(TestServer::deadPort()));
+    platform::Context::ScopedServiceBase dead(platform::Context::shared(),
+                                              "http://127.0.0.1:" + std::to_string(TestServer::deadPort()));
     EXPECT_EQ(load().error, QVError::errorWithCode(4001));
     EXPECT_EQ(log.linesStartingWith("Reqeust failed"),
               std::vector<std::string>(2, "Reqeust failed, response: (null)"));

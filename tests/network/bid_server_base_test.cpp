@@ -1,6 +1,7 @@
 #include <quov/QuovHost.h>
 
 #include "network/BidServerBase.h"
+#include "platform/Context.h"
 
 #include <gtest/gtest.h>
 
@@ -66,6 +67,20 @@ TEST(BidServerBase, TheEnvironmentIsNotRead) {
     ::setenv("QUOV_BID_SERVER_BASE", "http://127.0.0.1:2", 1);
     EXPECT_EQ(network::bidServerBase(), builtIn);
     ::unsetenv("QUOV_BID_SERVER_BASE");
+}
+
+TEST(BidServerBase, AnInjectedBaseWinsForItsScope) {
+    auto& context = platform::Context::shared();
+    {
+        platform::Context::ScopedServiceBase outer(context, "http://127.0.0.1:5");
+        EXPECT_EQ(network::bidServerBase(), "http://127.0.0.1:5");
+        {
+            platform::Context::ScopedServiceBase inner(context, "http://127.0.0.1:6");
+            EXPECT_EQ(network::bidServerBase(), "http://127.0.0.1:6");
+        }
+        EXPECT_EQ(network::bidServerBase(), "http://127.0.0.1:5") << "the outer scope's base comes back";
+    }
+    EXPECT_NE(network::bidServerBase(), "http://127.0.0.1:5");
 }
 
 }  // namespace

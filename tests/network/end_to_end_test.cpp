@@ -1,6 +1,7 @@
 #include <quov/QuovAd.h>
 
 #include "facade/QuovAdFlow.h"
+#include "platform/Context.h"
 #include "support/LogCapture.h"
 #include "support/NetworkScope.h"
 #include "support/RecordingDelegate.h"
@@ -21,7 +22,7 @@ using test::UnansweringServer;
 class EndToEnd : public ::testing::Test {
 protected:
     void SetUp() override {
-        QuovAdFlow::setViewPresenter([this](QuovAd&, QVBidModelPtr bid) {
+        presenter.emplace(platform::Context::shared(), [this](QuovAd&, QVBidModelPtr bid) {
             delegate->calls.push_back("view");
             shown.push_back(std::move(bid));
         });
@@ -29,7 +30,7 @@ protected:
         QuovAd::shared().setDelegate(delegate);
     }
     void TearDown() override {
-        QuovAdFlow::setViewPresenter({});
+        presenter.reset();
         QuovAd::shared().setLoadTimeout(std::chrono::seconds(60));
     }
 
@@ -44,6 +45,7 @@ protected:
     test::LogCapture log;
     std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
     std::vector<QVBidModelPtr> shown;
+    std::optional<QuovAdFlow::ScopedViewPresenter> presenter;
 };
 
 TEST_F(EndToEnd, DelegateHearsTheOutcomeOfEachAnswer) {
@@ -70,7 +72,8 @@ TEST_F(EndToEnd, AShownBidsImpressionsArriveFilled) {
     server.on("/network", Answer::json(R"({"seatbid":[{"bid":[{"id":"b","check_views":[")" +
                                        server.url("/imp?idfa=__IDFA__&ts=__STMS__") + R"("]}]}]})"));
     server.on("/imp", Answer::empty());
-    QuovAdFlow::setViewPresenter([](QuovAd&, QVBidModelPtr bid) { bid->reportAdShow(); });
+    QuovAdFlow::ScopedViewPresenter reporting(platform::Context::shared(),
+                                              [](QuovAd&, QVBidModelPtr bid) { bid->reportAdShow(); });
     QuovAd::shared().loadAdWithAdId(std::nullopt);
     ASSERT_TRUE(NetworkScope::runUntil([&] { return server.countOn("/imp") > 0; }));
     ASSERT_TRUE(QuovAd::shared().flush(std::chrono::seconds(20)));
@@ -85,7 +88,7 @@ TEST_F(EndToEnd, AShownBidsImpressionsArriveFilled) {
 TEST_F(EndToEnd, ALoadIsOnePostEvenWhenTheConnectionDies) {
     constexpr std::size_t kWarm = 5;
     UnansweringServer closing(UnansweringServer::After::Close, kWarm);
-    network::setBidServerBaseOverride(closing.url(""));
+    platform::Context::ScopedServiceBase base(platform::Context::shared(), closing.url(""));
     for (std::size_t i = 0; i < kWarm; ++i) QuovAd::shared().loadAdWithAdId(std::nullopt);
     ASSERT_TRUE(NetworkScope::runUntil([&] { return delegate->calls.size() == kWarm; }));
     loadAndWait();
@@ -114,7 +117,7 @@ TEST_F(EndToEnd, TheBidRequestNeverFollowsARedirectToAnotherOrigin) {
 
 TEST_F(EndToEnd, ALoadThatOutlastsItsTimeOutFailsLikeATransportFailure) {
     UnansweringServer stalled(UnansweringServer::After::Stall);
-    network::setBidServerBaseOverride(stalled.url(""));
+    platform::Context::ScopedServiceBase base(platform::Context::shared(), stalled.url(""));
     QuovAd::shared().setLoadTimeout(std::chrono::milliseconds(200));
     loadAndWait();
     EXPECT_EQ(delegate->calls, std::vector<std::string>{"loadFailed"});

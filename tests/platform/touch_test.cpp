@@ -47,7 +47,7 @@ TEST(HitTest, FrontToBackOverVisibleInteractiveViews) {
         {"overhang inside its superview", {145, 145}, overhang},
         {"outside the window", {250, 10}, nullptr},
     };
-    for (const auto& [name, p, expected] : cases) EXPECT_EQ(window->hitTest(p), expected) << name;
+    for (const auto& [name, p, expected] : cases) EXPECT_EQ(window->hitView(p), expected) << name;
 
     const std::pair<const char*, std::function<void()>> hideFront[] = {
         {"hidden", [&] { front->setHidden(true); }},
@@ -56,7 +56,7 @@ TEST(HitTest, FrontToBackOverVisibleInteractiveViews) {
     };
     for (const auto& [name, hide] : hideFront) {
         hide();
-        EXPECT_EQ(window->hitTest({65, 65}), back) << name;
+        EXPECT_EQ(window->hitView({65, 65}), back) << name;
         front->setHidden(false);
         front->setAlpha(1);
         front->setUserInteractionEnabled(true);

@@ -3,7 +3,7 @@
 #include <quov/MainLoop.h>
 #include <quov/QuovAd.h>
 
-#include "network/BidServerBase.h"
+#include "platform/Context.h"
 #include "platform/device/DevicePlatform.h"
 #include "tests/support/fake_device.h"
 
@@ -22,24 +22,21 @@ class NetworkScope {
 public:
     explicit NetworkScope(std::optional<std::string> bidServerBase = std::nullopt)
         : device(std::make_shared<platform::FakeDevicePlatform>()),
-          previousDevice_(platform::setDevicePlatform(device)),
+          deviceScope_(platform::Context::shared(), device),
+          baseScope_(platform::Context::shared(), std::move(bidServerBase)),
           appId_(QuovAd::shared().AppId()),
           appKey_(QuovAd::shared().AppKey()),
           imei_(QuovAd::shared().IMEI()),
           oaid_(QuovAd::shared().OAID()),
-          delegate_(QuovAd::shared().delegate()) {
-        network::setBidServerBaseOverride(std::move(bidServerBase));
-    }
+          delegate_(QuovAd::shared().delegate()) {}
     ~NetworkScope() {
         // Let the SDK's own requests end before the device and base go away.
         QuovAd::shared().flush(std::chrono::seconds(20));
-        network::setBidServerBaseOverride(std::nullopt);
         QuovAd& ad = QuovAd::shared();
         if (ad.AppId() != appId_ || ad.AppKey() != appKey_) ad.setupWithAppId(appId_, appKey_);
         ad.setIMEI(imei_);
         ad.setOAID(oaid_);
         ad.setDelegate(delegate_);
-        platform::setDevicePlatform(previousDevice_);
     }
     NetworkScope(const NetworkScope&) = delete;
     NetworkScope& operator=(const NetworkScope&) = delete;
@@ -52,7 +49,8 @@ public:
     std::shared_ptr<platform::FakeDevicePlatform> device;
 
 private:
-    std::shared_ptr<const platform::DevicePlatform> previousDevice_;
+    platform::Context::ScopedDevicePlatform deviceScope_;
+    platform::Context::ScopedServiceBase baseScope_;
     std::optional<std::string> appId_, appKey_, imei_, oaid_;
     std::weak_ptr<QuovAdDelegate> delegate_;
 };

@@ -6,6 +6,7 @@
 #include <quov/QuovSDL.h>
 
 #include "network/BidServerBase.h"
+#include "platform/Context.h"
 #include "platform/toolkit/Application.h"
 #include "tests/support/SdlHeadless.h"
 #include "support/RecordingDelegate.h"
@@ -45,13 +46,13 @@ TEST(AdFlowEndToEnd, LoadShowRenderClickAndReport) {
     options.creative = tools::CreativeChoice::Landscape;  // a box lower than it is wide
     tools::BidServer server(options);
     server.start();
-    network::setBidServerBaseOverride(server.baseUrl());
+    platform::Context::ScopedServiceBase base(platform::Context::shared(), server.baseUrl());
 
     constexpr int kScale = 2;
     platform::HeadlessDisplay display(375 * kScale, 812 * kScale);
     quov::sdl::setUIScale(kScale);
     quov::sdl::attachWindow(display.window());
-    auto& app = platform::Application::shared();
+    auto& app = platform::Context::shared().application();
     ASSERT_EQ(app.mainScreen().bounds().size, (Size{375, 812}));
     std::vector<std::optional<std::string>> opened;
     app.setURLOpener([&](const std::optional<std::string>& url, platform::URLOpenCompletion done) {
@@ -119,7 +120,6 @@ TEST(AdFlowEndToEnd, LoadShowRenderClickAndReport) {
 
     quov::sdl::releaseRenderer();
     quov::sdl::attachWindow(nullptr);
-    network::setBidServerBaseOverride(std::nullopt);
     ad.setDelegate(std::weak_ptr<QuovAdDelegate>());
 }
 

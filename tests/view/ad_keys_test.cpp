@@ -5,6 +5,7 @@
 #include <quov/QuovSDL.h>
 
 #include "network/BidServerBase.h"
+#include "platform/Context.h"
 #include "platform/toolkit/Application.h"
 #include "tests/support/SdlHeadless.h"
 #include "support/RecordingDelegate.h"
@@ -47,13 +48,14 @@ struct AdOnScreen {
     platform::HeadlessDisplay display{375, 812};
     std::shared_ptr<test::RecordingDelegate> delegate = std::make_shared<test::RecordingDelegate>();
     std::vector<std::optional<std::string>> opened;
+    std::optional<platform::Context::ScopedServiceBase> base;
 
     AdOnScreen() {
         server.start();
-        network::setBidServerBaseOverride(server.baseUrl());
+        base.emplace(platform::Context::shared(), server.baseUrl());
         quov::sdl::setUIScale(1);
         quov::sdl::attachWindow(display.window());
-        platform::Application::shared().setURLOpener(
+        platform::Context::shared().application().setURLOpener(
             [this](const std::optional<std::string>& url, platform::URLOpenCompletion done) {
                 opened.push_back(url);
                 done(true);
@@ -64,10 +66,11 @@ struct AdOnScreen {
     }
     ~AdOnScreen() {
         QuovAd::shared().flush(std::chrono::seconds(10));
+        // An image still on its way would land in a later test's main loop.
+        MainLoop::shared().runUntil([] { return !quov::sdl::isLoadingContent(); }, std::chrono::seconds(10));
         quov::sdl::attachWindow(nullptr);
-        network::setBidServerBaseOverride(std::nullopt);
         QuovAd::shared().setDelegate(std::weak_ptr<QuovAdDelegate>());
-        platform::Application::shared().setURLOpener({});
+        platform::Context::shared().application().setURLOpener({});
     }
     bool load() {
         QuovAd::shared().loadAdWithAdId(std::string("slot"));
@@ -76,7 +79,7 @@ struct AdOnScreen {
             [&] { return delegate->calls.size() >= before + 2 && QuovAd::shared().flush({}); },
             std::chrono::seconds(20));
     }
-    std::size_t adsOnScreen() const { return platform::Application::shared().keyWindow()->subviews().size(); }
+    std::size_t adsOnScreen() const { return platform::Context::shared().application().keyWindow()->subviews().size(); }
     int count(const char* path) { return server.stats()["counts"].value(path, 0); }
 };
 

@@ -1,5 +1,6 @@
 // The fitted layout: whatever the screen's and the creative's shapes, the image and
 // its close button stay on screen.
+#include "platform/Context.h"
 #include "view/QVAdView.h"
 
 #include "facade/QuovAdFlow.h"
@@ -80,7 +81,7 @@ TEST(AdViewFit, AnAdThatAlreadyFitsKeepsTheDefaultBox) {
 }
 
 TEST(AdViewFit, TheDefaultStillOverflowsAndTheFacadeSettingSwitchesFitOn) {
-    auto& app = platform::Application::shared();
+    auto& app = platform::Context::shared().application();
     const auto previous = app.keyWindow();
     const Size screen{800, 600};
     app.setMainScreen(screen, 1);

@@ -1,4 +1,5 @@
 #include "view/QVAdView.h"
+#include "platform/Context.h"
 
 #include "facade/QuovAdFlow.h"
 #include "platform/media/ResourceBundle.h"
@@ -365,7 +366,7 @@ TEST(AdViewCloseIcon, OnlyBesideTheLibraryAndTheButtonWorksWithoutIt) {
 }
 
 TEST(FacadeViewPath, PinsEachViewToTheKeyWindowAndFailsClearlyWithoutOne) {
-    auto& app = Application::shared();
+    auto& app = platform::Context::shared().application();
     auto previous = app.keyWindow();
     app.setMainScreen({375, 812}, 3);
     auto window = Window::make();

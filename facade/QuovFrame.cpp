@@ -1,6 +1,6 @@
 #include <quov/QuovFrame.h>
 
-#include "platform/toolkit/Application.h"
+#include "platform/Context.h"
 #include "platform/toolkit/FrameSurface.h"
 
 namespace quov::frame {
@@ -8,10 +8,7 @@ namespace {
 static_assert(static_cast<int>(Key::GamepadB) == static_cast<int>(platform::HostKey::GamepadB) &&
               static_cast<int>(Key::Enter) == static_cast<int>(platform::HostKey::Enter));
 
-platform::FrameSurface& surface() {
-    static auto* s = new platform::FrameSurface(platform::Application::shared());
-    return *s;
-}
+platform::FrameSurface& surface() { return platform::Context::shared().frameSurface(); }
 }  // namespace
 
 void attachSurface(int widthPixels, int heightPixels, double scale) {

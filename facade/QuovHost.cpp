@@ -1,35 +1,42 @@
 #include <quov/QuovHost.h>
 
 #include "network/BidServerBase.h"
-#include "platform/opener/UrlOpener.h"
+#include "platform/Context.h"
 #include "platform/device/linux_device.h"
+#include "platform/opener/UrlOpener.h"
+#include "platform/toolkit/Application.h"
 
 #include <stdexcept>
 
 namespace quov {
 
 void QuovHost::setBundleInfo(std::map<std::string, std::string> info) {
-    platform::LinuxDevicePlatform::shared()->setBundleInfo(std::move(info));
+    platform::Context::shared().linuxDevice()->setBundleInfo(std::move(info));
 }
 
 void QuovHost::setAdvertisingIdentifier(std::optional<std::string> identifier, bool trackingEnabled) {
-    platform::LinuxDevicePlatform::shared()->setAdvertisingIdentifier(std::move(identifier), trackingEnabled);
+    platform::Context::shared().linuxDevice()->setAdvertisingIdentifier(std::move(identifier), trackingEnabled);
 }
 
 void QuovHost::setCarrierName(std::optional<std::string> name) {
-    platform::LinuxDevicePlatform::shared()->setCarrierName(std::move(name));
+    platform::Context::shared().linuxDevice()->setCarrierName(std::move(name));
 }
 
 void QuovHost::setMainScreen(const MainScreen& screen) {
-    platform::LinuxDevicePlatform::shared()->setMainScreen(screen);
+    platform::Context::shared().linuxDevice()->setMainScreen(screen);
 }
 
 void QuovHost::setApplicationState(ApplicationState state) {
-    platform::LinuxDevicePlatform::shared()->setApplicationState(state);
+    platform::Context::shared().linuxDevice()->setApplicationState(state);
 }
 
 std::vector<std::string> QuovHost::allowURLSchemes(const std::vector<std::string>& schemes) {
     return platform::setAllowedURLSchemes(schemes);
+}
+
+void QuovHost::setURLOpenerProgram(std::string program) {
+    platform::Context& context = platform::Context::shared();
+    context.application().setURLOpener(platform::makeProgramURLOpener(std::move(program), context.mainLoop()));
 }
 
 }  // namespace quov
@@ -41,7 +48,7 @@ void QuovHost::setBidServerBase(std::optional<std::string> base) {
         if (auto problem = network::bidServerBaseProblem(*base))
             throw std::invalid_argument("QuovHost::setBidServerBase(\"" + *base + "\"): " + *problem);
     }
-    network::setBidServerBaseOverride(std::move(base));
+    platform::Context::shared().setServiceBase(std::move(base));
 }
 
 }  // namespace quov

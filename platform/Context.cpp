@@ -1,0 +1,141 @@
+#include "platform/Context.h"
+
+#include "platform/device/linux_device.h"
+#include "platform/http/HttpClient.h"
+#include "platform/media/ImageLoader.h"
+#include "platform/opener/UrlOpener.h"
+#include "platform/runtime/TaskWorker.h"
+#include "platform/toolkit/Application.h"
+#include "platform/toolkit/FrameSurface.h"
+
+#include <cstdlib>
+#include <utility>
+
+namespace quov::platform {
+
+Context& Context::shared() {
+    static Context* context = [] {
+        auto* c = new Context(MainLoop::shared());
+        c->shutDownAtExit_ = true;
+        return c;
+    }();
+    return *context;
+}
+
+Context::Context(MainLoop& loop) : loop_(loop) {}
+
+Context::~Context() {
+    // Parts built on the core go before it; then the core, in reverse of its start.
+    for (auto it = partOrder_.rbegin(); it != partOrder_.rend(); ++it) parts_.erase(*it);
+    shutDown();
+    tasks_.reset();
+    images_.reset();
+    http_.reset();
+    frameSurface_.reset();
+    application_.reset();
+}
+
+void Context::shutDown() {
+    std::lock_guard lock(mutex_);
+    if (shutDown_) return;
+    shutDown_ = true;
+    if (tasks_) tasks_->shutDown();
+    if (images_) images_->shutDown();
+    if (http_) http_->shutDown();
+}
+
+std::shared_ptr<LinuxDevicePlatform> Context::linuxDevice() {
+    std::lock_guard lock(mutex_);
+    if (!linuxDevice_) linuxDevice_ = std::make_shared<LinuxDevicePlatform>();
+    return linuxDevice_;
+}
+
+std::shared_ptr<const DevicePlatform> Context::devicePlatform() {
+    {
+        std::lock_guard lock(mutex_);
+        if (deviceReplacement_) return deviceReplacement_;
+    }
+    return linuxDevice();
+}
+
+std::optional<std::string> Context::serviceBase() const {
+    std::lock_guard lock(mutex_);
+    return serviceBase_;
+}
+
+void Context::setServiceBase(std::optional<std::string> base) {
+    std::lock_guard lock(mutex_);
+    serviceBase_ = std::move(base);
+}
+
+Application& Context::application() {
+    std::lock_guard lock(mutex_);
+    if (!application_) {
+        auto app = std::make_unique<Application>(loop_);
+        connectDevicePlatform(*app, linuxDevice());
+        app->setURLOpener(makeProgramURLOpener("xdg-open", loop_));
+        application_ = std::move(app);
+    }
+    return *application_;
+}
+
+FrameSurface& Context::frameSurface() {
+    std::lock_guard lock(mutex_);
+    if (!frameSurface_) frameSurface_ = std::make_unique<FrameSurface>(application());
+    return *frameSurface_;
+}
+
+HttpClient& Context::http() {
+    std::lock_guard lock(mutex_);
+    if (!http_) {
+        http_ = std::make_unique<HttpClient>(loop_);
+        // Registered after the client's construction set up libcurl and OpenSSL,
+        // so it runs before their own exit handlers.
+        if (shutDownAtExit_) std::atexit([] { Context::shared().shutDown(); });
+        if (shutDown_) http_->shutDown();
+    }
+    return *http_;
+}
+
+ImageLoader& Context::images() {
+    std::lock_guard lock(mutex_);
+    if (!images_) {
+        images_ = std::make_unique<ImageLoader>(http(), loop_);
+        if (shutDown_) images_->shutDown();
+    }
+    return *images_;
+}
+
+TaskWorker& Context::tasks() {
+    std::lock_guard lock(mutex_);
+    if (!tasks_) {
+        tasks_ = std::make_unique<TaskWorker>();
+        if (shutDown_) tasks_->shutDown();
+    }
+    return *tasks_;
+}
+
+Context::ScopedDevicePlatform::ScopedDevicePlatform(Context& context,
+                                                    std::shared_ptr<const DevicePlatform> platform)
+    : context_(context) {
+    std::lock_guard lock(context_.mutex_);
+    previous_ = std::exchange(context_.deviceReplacement_, std::move(platform));
+}
+
+Context::ScopedDevicePlatform::~ScopedDevicePlatform() {
+    std::lock_guard lock(context_.mutex_);
+    context_.deviceReplacement_ = std::move(previous_);
+}
+
+Context::ScopedServiceBase::ScopedServiceBase(Context& context, std::optional<std::string> base)
+    : context_(context) {
+    std::lock_guard lock(context_.mutex_);
+    previous_ = std::exchange(context_.serviceBase_, std::move(base));
+}
+
+Context::ScopedServiceBase::~ScopedServiceBase() {
+    std::lock_guard lock(context_.mutex_);
+    context_.serviceBase_ = std::move(previous_);
+}
+
+}  // namespace quov::platform
