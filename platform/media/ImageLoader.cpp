@@ -1,7 +1,8 @@
 #include "platform/media/ImageLoader.h"
 
-#include "platform/media/ImageDecoder.h"
 #include "platform/http/UrlSyntax.h"
+#include "platform/media/ImageDecoder.h"
+#include "platform/runtime/Log.h"
 
 #include <condition_variable>
 #include <deque>
@@ -68,6 +69,7 @@ struct ImageLoader::Impl {
                 } catch (...) {
                     // Out of memory on a hostile image: that load fails, the worker goes on.
                 }
+                if (!image) QVDebug("Image refused: %@ is not a PNG, JPEG or WebP within the size limits, or is broken", job.first);
                 loop.post([self, url = std::move(job.first), image = std::move(image)] {
                     if (auto state = self.lock()) state->finish(url, image);
                 });
@@ -151,6 +153,7 @@ void ImageLoader::load(const std::optional<std::string>& url, Completion complet
         if (completion) completion(std::move(image));
     };
     if (!downloadable(url)) {
+        QVDebug("Image refused: %@ is not an http or https URL", orNull(url));
         s.loop.post([completion = std::move(completion)] {
             if (completion) completion(nullptr);
         });
@@ -179,6 +182,8 @@ void ImageLoader::load(const std::optional<std::string>& url, Completion complet
         if (!state) return;
         if (!response.transportOk || response.status < 200 || response.status > 299 ||
             response.body.empty()) {
+            QVDebug("Image failed: %@, HTTP status %@, transport: %@", key, std::to_string(response.status),
+                    response.transportOk ? std::string("ok") : response.errorText);
             state->finish(key, nullptr);
             return;
         }

@@ -1,5 +1,8 @@
 #include "support/TestServer.h"
 
+// The library allows every tracker of an ad in flight at once; a backlog of 5 would
+// drop connections a real server accepts.
+#define CPPHTTPLIB_LISTEN_BACKLOG 256
 #include <httplib.h>
 #include <netinet/in.h>
 #include <strings.h>
