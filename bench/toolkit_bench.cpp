@@ -12,7 +12,10 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <cstdio>
 #include <memory>
+
+#include <unistd.h>
 
 namespace {
 
@@ -112,18 +115,9 @@ ImagePtr gradient(int w, int h) {
     return img;
 }
 
-// One 1920x1080 frame on the software renderer: a full-screen translucent mask,
-// an aspect-fit image and a button with its icon, over the host's cleared frame.
-// The baseline is the host's clear alone.
-void BM_RenderFrame1080p(benchmark::State& state) {
-    setLogSink([](const std::string&) {});
-    HeadlessDisplay display(1920, 1080);
-    setLogSink({});
-    MainLoop loop;
-    Application app(loop);
-    SdlBackend backend(app);
-    backend.attachWindow(display.window());
-    auto window = app.keyWindow();
+/// The ad's 1920x1080 screen: a full-screen translucent mask, an aspect-fit image
+/// and a button with its icon.
+void addAdScene(const std::shared_ptr<Window>& window) {
     auto mask = View::make(window->bounds());
     mask->setBackgroundColor(Color::black());
     mask->setAlpha(0.8);
@@ -135,6 +129,19 @@ void BM_RenderFrame1080p(benchmark::State& state) {
     auto icon = imageNamed("SF_x_circle_fill", resourceBundle());
     button->setImage(icon ? icon : gradient(120, 120), ControlState::Normal);
     for (const ViewPtr& v : {mask, ViewPtr(image), ViewPtr(button)}) window->addSubview(v);
+}
+
+// One 1920x1080 frame of the ad on the software renderer, over the host's cleared
+// frame. The baseline is the host's clear alone.
+void BM_RenderFrame1080p(benchmark::State& state) {
+    setLogSink([](const std::string&) {});
+    HeadlessDisplay display(1920, 1080);
+    setLogSink({});
+    MainLoop loop;
+    Application app(loop);
+    SdlBackend backend(app);
+    backend.attachWindow(display.window());
+    addAdScene(app.keyWindow());
 
     double frame = 0, baseline = 0;
     for (auto _ : state) {
@@ -154,5 +161,44 @@ void BM_RenderFrame1080p(benchmark::State& state) {
     backend.releaseRenderer();
 }
 BENCHMARK(BM_RenderFrame1080p)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+long residentKiB() {
+    long pages = 0, resident = 0;
+    if (FILE* f = std::fopen("/proc/self/statm", "r")) {
+        if (std::fscanf(f, "%ld %ld", &pages, &resident) != 2) resident = 0;
+        std::fclose(f);
+    }
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// A host that draws the ad into two renderers in turn (two windows, say): every
+// switch gives up the other renderer's textures, which must not stay behind.
+// Reports how much the resident set grew over the run, per frame.
+void BM_AlternatingRenderers1080p(benchmark::State& state) {
+    setLogSink([](const std::string&) {});
+    HeadlessDisplay first(1920, 1080), second(1920, 1080);
+    setLogSink({});
+    MainLoop loop;
+    Application app(loop);
+    SdlBackend backend(app);
+    backend.attachWindow(first.window());
+    addAdScene(app.keyWindow());
+    HeadlessDisplay* displays[] = {&first, &second};
+    for (HeadlessDisplay* d : displays) backend.render(d->renderer());  // warm both
+
+    const long before = residentKiB();
+    std::size_t frames = 0;
+    for (auto _ : state) {
+        HeadlessDisplay& d = *displays[frames++ % 2];
+        d.clear(30, 60, 90);
+        backend.render(d.renderer());
+        SDL_RenderFlush(d.renderer());
+    }
+    const double grownMiB = double(residentKiB() - before) / 1024.0;
+    state.counters["rss_growth_MiB"] = grownMiB;
+    state.counters["MiB_per_frame"] = frames ? grownMiB / double(frames) : 0;
+    backend.releaseRenderer();
+}
+BENCHMARK(BM_AlternatingRenderers1080p)->Iterations(400)->Unit(benchmark::kMillisecond);
 
 }  // namespace

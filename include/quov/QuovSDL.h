@@ -42,11 +42,16 @@ QUOV_EXPORT bool processEvent(const SDL_Event& event);
 /// Draws the SDK's views into renderer after the host's frame and before
 /// SDL_RenderPresent. Restores the draw colour, blend mode, scale, viewport
 /// and clip rectangle it changes; does nothing while the window is minimised or
-/// nothing is shown. The SDK keeps textures on this renderer (see releaseRenderer).
+/// nothing is shown. The SDK keeps textures on this renderer (see releaseRenderer);
+/// passing another renderer gives up the previous one's first.
 QUOV_EXPORT void render(SDL_Renderer* renderer);
 
-/// Destroys the textures the SDK made on the renderer passed to render().
-/// Call before SDL_DestroyRenderer.
+/// Gives up the textures the SDK made on the renderer last passed to render().
+/// Call it before SDL_DestroyRenderer. A window's renderer destroyed without it
+/// (itself or with its window) is noticed at the next call here or to render():
+/// the window no longer has it, so the SDK forgets what SDL freed with it. That
+/// cannot be told once the window has a new renderer, which may sit at the old
+/// address, nor for a renderer without a window: there the call must come first.
 QUOV_EXPORT void releaseRenderer();
 
 /// Window coordinates per point (default 1; for example 2 draws the SDK's views

@@ -17,7 +17,7 @@ constexpr std::uint64_t kIdleFrames = 120;  // undrawn this long: let the textur
 
 void TextureCache::bind(SDL_Renderer* renderer) {
     if (renderer == renderer_) return;
-    forget();
+    clear();
     renderer_ = renderer;
 }
 
@@ -250,8 +250,8 @@ bool SdlBackend::processEvent(const SDL_Event& event) {
             if (window_ && event.window.windowID == windowId_) windowEvent(event.window);
             return false;
         case SDL_RENDER_DEVICE_RESET:
-            textures_.forget();
-            software_.forget();
+            // The texture objects outlive the reset, their contents do not.
+            releaseRenderer();
             return false;
         case SDL_APP_WILLENTERBACKGROUND:
         case SDL_APP_DIDENTERBACKGROUND:
@@ -317,8 +317,16 @@ bool SdlBackend::processEvent(const SDL_Event& event) {
 
 void SdlBackend::render(SDL_Renderer* renderer) {
     if (!renderer) return;
-    textures_.bind(renderer);
-    software_.bind(renderer);
+    // The same address on a window that no longer has it: a new renderer where a
+    // freed one was, whose textures went with it.
+    if (renderer != renderer_ || !rendererAlive()) {
+        releaseRenderer();
+        renderer_ = renderer;
+        SDL_Window* window = SDL_RenderGetWindow(renderer);
+        rendererWindowId_ = window ? SDL_GetWindowID(window) : 0;
+        textures_.bind(renderer);
+        software_.bind(renderer);
+    }
     auto key = app_.keyWindow();
     if (!key || !key->hasVisibleContent()) {
         textures_.endFrame();
@@ -346,11 +354,26 @@ void SdlBackend::render(SDL_Renderer* renderer) {
     software_.endFrame();
 }
 
+bool SdlBackend::rendererAlive() const {
+    if (!renderer_ || rendererWindowId_ == 0) return true;
+    // SDL destroys a window's renderer with the window, and no pointer test is safe
+    // on a freed renderer; window ids are never reused, so ask the window.
+    SDL_Window* window = SDL_GetWindowFromID(rendererWindowId_);
+    return window && SDL_GetRenderer(window) == renderer_;
+}
+
 void SdlBackend::releaseRenderer() {
-    textures_.clear();
+    if (rendererAlive()) {
+        textures_.clear();
+        software_.clear();
+    } else {
+        textures_.forget();
+        software_.forget();
+    }
     textures_.bind(nullptr);
-    software_.clear();
     software_.bind(nullptr);
+    renderer_ = nullptr;
+    rendererWindowId_ = 0;
 }
 
 }  // namespace quov::platform

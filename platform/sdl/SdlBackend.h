@@ -25,7 +25,8 @@ public:
     TextureCache(const TextureCache&) = delete;
     TextureCache& operator=(const TextureCache&) = delete;
 
-    /// Switching renderers forgets the old one's textures (it is presumably gone).
+    /// Uploads go to renderer from now on. The previous renderer's textures must
+    /// have been cleared or forgotten; any left are destroyed.
     void bind(SDL_Renderer* renderer);
     /// The image's texture, uploaded if needed; null if it cannot be made.
     SDL_Texture* textureFor(const ImagePtr& image);
@@ -58,9 +59,8 @@ private:
 class SdlBackend {
 public:
     explicit SdlBackend(Application& app);
-    /// Destroys its textures: release before the renderer goes, or call
-    /// releaseRenderer() first.
-    ~SdlBackend() = default;
+    /// Gives up the renderer's textures as releaseRenderer() does.
+    ~SdlBackend() { releaseRenderer(); }
     SdlBackend(const SdlBackend&) = delete;
     SdlBackend& operator=(const SdlBackend&) = delete;
 
@@ -78,11 +78,14 @@ public:
 
     /// Draws the key window's views over what the host drew, restoring draw
     /// colour, blend mode, scale, viewport and clip. Skips while the window is
-    /// minimised or hidden, and when nothing is on screen.
+    /// minimised or hidden, and when nothing is on screen. Another renderer than
+    /// last time first gets the previous one's textures released.
     void render(SDL_Renderer* renderer);
 
-    /// Destroys the textures made on the current renderer; call before
-    /// SDL_DestroyRenderer.
+    /// Gives up the textures made on the current renderer: destroyed while it is
+    /// alive, forgotten when SDL has already freed them with it. A renderer on a
+    /// window is alive while that window still has it; one without a window is
+    /// taken to be alive, so the host calls this before SDL_DestroyRenderer.
     void releaseRenderer();
 
     /// Window coordinates per point (positive, default 1).
@@ -102,12 +105,15 @@ private:
     bool sendKey(HostKey key, bool down);
     static std::optional<HostKey> hostKey(SDL_Keycode sym);
     Point fromWindow(double x, double y) const { return {x / uiScale_, y / uiScale_}; }
+    bool rendererAlive() const;
 
     Application& app_;
     HostInput input_;  // the same input rules as a host's own surface
     SDL_Window* window_ = nullptr;
     std::uint32_t windowId_ = 0;
     double uiScale_ = 1.0;
+    SDL_Renderer* renderer_ = nullptr;  // the one the caches hold textures of
+    std::uint32_t rendererWindowId_ = 0;  // its window's, 0 when it has none
     TextureCache textures_;
     SoftwareCache software_;
 };

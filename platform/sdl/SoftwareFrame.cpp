@@ -54,7 +54,7 @@ bool isSoftwareRenderer(SDL_Renderer* renderer) {
 
 void SoftwareCache::bind(SDL_Renderer* renderer) {
     if (renderer == renderer_) return;
-    forget();
+    clear();
     renderer_ = renderer;
 }
 

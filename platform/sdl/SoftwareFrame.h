@@ -25,6 +25,8 @@ public:
     SoftwareCache(const SoftwareCache&) = delete;
     SoftwareCache& operator=(const SoftwareCache&) = delete;
 
+    /// Scaled copies go to renderer from now on. The previous renderer's textures
+    /// must have been cleared or forgotten; any left are destroyed.
     void bind(SDL_Renderer* renderer);
     void endFrame();
     /// Destroys every texture; the renderer must still be alive.
