@@ -161,7 +161,10 @@ def main():
     os.close(read_end)
     env = dict(os.environ, DISPLAY=":" + display, LIBGL_ALWAYS_SOFTWARE="1")
     # The display number comes as the server starts listening; wait until it answers.
-    wait_for(lambda: subprocess.run([XDOTOOL, "getmouselocation"], env=env, capture_output=True).returncode == 0, 10)
+    if not wait_for(lambda: subprocess.run([XDOTOOL, "getmouselocation"], env=env,
+                                           capture_output=True).returncode == 0, 30):
+        xvfb.kill()
+        sys.exit("Xvfb on :" + display + " never answered")
     env.pop("WAYLAND_DISPLAY", None)
 
     ad_centre = point(187.5, 406)
