@@ -32,8 +32,7 @@ ViewPtr constrained(const ViewPtr& parent) {
 
 /// An ad-like screen: a pinned panel with a mask, a centred image, a click area
 /// over it, a close button beside it and a row of eight tiles: a dozen views.
-std::shared_ptr<Window> adLikeTree(Size screen) {
-    auto window = Window::make({{0, 0}, screen});
+void addAdLike(const std::shared_ptr<Window>& window, Size screen) {
     auto panel = constrained(window);
     auto mask = constrained(panel), image = constrained(panel), click = constrained(panel),
          close = constrained(panel);
@@ -70,6 +69,11 @@ std::shared_ptr<Window> adLikeTree(Size screen) {
         previous = tile;
     }
     LayoutConstraint::activateConstraints(cs);
+}
+
+std::shared_ptr<Window> adLikeTree(Size screen) {
+    auto window = Window::make({{0, 0}, screen});
+    addAdLike(window, screen);
     return window;
 }
 
@@ -97,6 +101,19 @@ void BM_LayoutSolve(benchmark::State& state) {
     state.counters["x_one_view"] = baseline > 0 ? solve / baseline : 0;
 }
 BENCHMARK(BM_LayoutSolve)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+// N ads stacked in one window, each the dozen views above, all laid out again: the
+// drain after a load. Independent ads must cost N times one, not N cubed.
+void BM_LayoutStacked(benchmark::State& state) {
+    auto window = Window::make({{0, 0}, {1920, 1080}});
+    for (int i = 0; i < state.range(0); ++i) addAdLike(window, {1920, 1080});
+    for (auto _ : state) {
+        window->setNeedsLayout();
+        window->layoutIfNeeded();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(BM_LayoutStacked)->Arg(1)->Arg(16)->Arg(64)->Unit(benchmark::kMicrosecond);
 
 ImagePtr gradient(int w, int h) {
     auto img = std::make_shared<Image>();

@@ -21,7 +21,18 @@
 #include <string_view>
 
 namespace quov::platform {
+
+struct RouteEntry {
+    std::string iface;
+    std::uint32_t destination = 0;  // network byte order, as the kernel prints it
+    std::uint32_t mask = 0;
+    unsigned flags = 0;
+    long metric = 0;
+};
+
 namespace {
+
+using Route = RouteEntry;
 
 // Everything we read is a small text file; the cap keeps a hostile or odd file cheap.
 constexpr std::size_t kMaxFileBytes = 64 * 1024;
@@ -120,14 +131,6 @@ std::string_view chassisFromDmi(int type) {
             return {};
     }
 }
-
-struct Route {
-    std::string iface;
-    std::uint32_t destination = 0;  // network byte order, as the kernel prints it
-    std::uint32_t mask = 0;
-    unsigned flags = 0;
-    long metric = 0;
-};
 
 bool parseHex32(std::string_view s, std::uint32_t& out) {
     if (s.empty() || s.size() > 8) return false;
@@ -304,15 +307,24 @@ std::optional<std::string> LinuxDevicePlatform::env(const std::string& name) con
 
 // ---- system and model ----
 
-std::string LinuxDevicePlatform::machineIdentifier() const {
-    struct utsname u {};
-    if (::uname(&u) != 0) return std::string();
-    return u.machine;
+const LinuxDevicePlatform::Facts& LinuxDevicePlatform::facts() const {
+    std::call_once(factsOnce_, [this] {
+        struct utsname u {};
+        const bool haveUname = ::uname(&u) == 0;
+        if (haveUname) facts_.machine = u.machine;
+        facts_.chassis = readChassis();
+        facts_.systemVersion = readSystemVersion(haveUname ? u.release : "");
+    });
+    return facts_;
 }
+
+std::string LinuxDevicePlatform::machineIdentifier() const { return facts().machine; }
 
 std::string LinuxDevicePlatform::systemName() const { return "Linux"; }
 
-std::string LinuxDevicePlatform::systemVersion() const {
+std::string LinuxDevicePlatform::systemVersion() const { return facts().systemVersion; }
+
+std::string LinuxDevicePlatform::readSystemVersion(const std::string& unameRelease) const {
     for (const char* file : {"/etc/os-release", "/usr/lib/os-release"}) {
         auto content = readFile(path(file));
         if (!content) continue;
@@ -322,16 +334,16 @@ std::string LinuxDevicePlatform::systemVersion() const {
     }
     if (auto release = readTrimmed(path("/proc/sys/kernel/osrelease")); release && !release->empty())
         return *release;
-    struct utsname u {};
-    if (::uname(&u) != 0) return std::string();
-    return u.release;
+    return unameRelease;
 }
 
 // Distribution and kernel versions (Debian 12, Alpine 3.19, Yocto 4.0, kernel 6.x) say
 // nothing about the address rule's numbering; below 7 it would send the real MAC.
 std::string LinuxDevicePlatform::identityRuleVersion() const { return "7"; }
 
-std::string LinuxDevicePlatform::chassis() const {
+std::string LinuxDevicePlatform::chassis() const { return facts().chassis; }
+
+std::string LinuxDevicePlatform::readChassis() const {
     if (auto info = readFile(path("/etc/machine-info"))) {
         if (auto c = envFileValue(*info, "CHASSIS"); c && knownChassis(*c)) return *c;
     }
@@ -389,18 +401,44 @@ Size LinuxDevicePlatform::screenBounds() const { return screen().bounds; }
 
 // ---- identity ----
 
+std::optional<std::string> LinuxDevicePlatform::machineId() const {
+    {
+        std::lock_guard lock(cacheMutex_);
+        if (machineId_) return machineId_;
+    }
+    auto id = validMachineId(readFile(path("/etc/machine-id")));
+    if (!id) id = validMachineId(readFile(path("/var/lib/dbus/machine-id")));
+    if (id) {
+        std::lock_guard lock(cacheMutex_);
+        machineId_ = id;
+    }
+    return id;
+}
+
 std::optional<std::string> LinuxDevicePlatform::identifierForVendor() const {
-    auto machineId = validMachineId(readFile(path("/etc/machine-id")));
-    if (!machineId) machineId = validMachineId(readFile(path("/var/lib/dbus/machine-id")));
+    auto machineId = this->machineId();
     if (!machineId) return std::nullopt;
 
-    auto info = bundleInfo();
-    auto it = info.find("CFBundleIdentifier");
-    const std::string key = it == info.end() ? std::string() : it->second;
+    std::string key;
+    {
+        std::lock_guard lock(mutex_);
+        if (auto it = bundleInfo_.find("CFBundleIdentifier"); it != bundleInfo_.end()) key = it->second;
+    }
+    {
+        std::lock_guard lock(cacheMutex_);
+        if (auto it = vendorIds_.find(key); it != vendorIds_.end()) return it->second;
+    }
+    auto id = deriveVendorIdentifier(*machineId, key);
+    std::lock_guard lock(cacheMutex_);
+    vendorIds_.emplace(key, id);
+    return id;
+}
 
+std::optional<std::string> LinuxDevicePlatform::deriveVendorIdentifier(const std::string& machineId,
+                                                                        const std::string& key) {
     // Keyed by the application so two apps on one machine cannot correlate users,
     // and the machine id itself never leaves the device.
-    auto digest = hmacSha256(key, *machineId);
+    auto digest = hmacSha256(key, machineId);
     if (!digest || digest->size() < 16) return std::nullopt;
     std::uint8_t* mac = digest->data();
     mac[6] = static_cast<unsigned char>((mac[6] & 0x0F) | 0x40);  // a well-formed version 4 UUID
@@ -425,8 +463,22 @@ bool LinuxDevicePlatform::advertisingTrackingEnabled() const {
 
 // ---- network ----
 
+std::shared_ptr<const std::vector<RouteEntry>> LinuxDevicePlatform::routes() const {
+    const auto now = Clock::now();
+    {
+        std::lock_guard lock(cacheMutex_);
+        if (routes_.fresh(now)) return routes_.value;
+    }
+    std::shared_ptr<const std::vector<RouteEntry>> table;
+    if (auto parsed = readRoutes(path("/proc/net/route")))
+        table = std::make_shared<const std::vector<RouteEntry>>(std::move(*parsed));
+    std::lock_guard lock(cacheMutex_);
+    routes_ = {now, true, table};
+    return table;
+}
+
 std::optional<std::string> LinuxDevicePlatform::primaryInterfaceName() const {
-    auto routes = readRoutes(path("/proc/net/route"));
+    auto routes = this->routes();
     if (!routes) return std::nullopt;
     const Route* r = defaultRoute(*routes);
     if (!r || !safeInterfaceName(r->iface)) return std::nullopt;
@@ -435,6 +487,19 @@ std::optional<std::string> LinuxDevicePlatform::primaryInterfaceName() const {
 
 std::optional<HardwareAddress> LinuxDevicePlatform::hardwareAddress(const std::string& interface) const {
     if (!safeInterfaceName(interface)) return std::nullopt;
+    const auto now = Clock::now();
+    {
+        std::lock_guard lock(cacheMutex_);
+        if (hardwareAddress_.fresh(now) && hardwareAddress_.value.first == interface)
+            return hardwareAddress_.value.second;
+    }
+    auto address = readHardwareAddress(interface);
+    std::lock_guard lock(cacheMutex_);
+    hardwareAddress_ = {now, true, {interface, address}};
+    return address;
+}
+
+std::optional<HardwareAddress> LinuxDevicePlatform::readHardwareAddress(const std::string& interface) const {
     auto text = readTrimmed(path("/sys/class/net/") + interface + "/address");
     if (!text || text->size() != 17) return std::nullopt;
     HardwareAddress out{};
@@ -448,6 +513,18 @@ std::optional<HardwareAddress> LinuxDevicePlatform::hardwareAddress(const std::s
 }
 
 std::optional<std::vector<InterfaceAddress>> LinuxDevicePlatform::interfaceAddresses() const {
+    const auto now = Clock::now();
+    {
+        std::lock_guard lock(cacheMutex_);
+        if (addresses_.fresh(now)) return addresses_.value;
+    }
+    auto list = readInterfaceAddresses();
+    std::lock_guard lock(cacheMutex_);
+    addresses_ = {now, true, list};
+    return list;
+}
+
+std::optional<std::vector<InterfaceAddress>> LinuxDevicePlatform::readInterfaceAddresses() {
     struct ifaddrs* list = nullptr;
     if (::getifaddrs(&list) != 0) return std::nullopt;
     std::vector<InterfaceAddress> out;
@@ -475,7 +552,7 @@ std::optional<std::uint32_t> LinuxDevicePlatform::reachabilityFlags(const std::s
     const bool isNumeric = ::inet_pton(AF_INET, hostName.c_str(), &numeric) == 1;
     if (isNumeric && (ntohl(numeric.s_addr) >> 24) == 127) return kReachable;
 
-    auto routes = readRoutes(path("/proc/net/route"));
+    auto routes = this->routes();
     if (!routes) return std::nullopt;
     const Route* r = isNumeric ? bestRoute(*routes, numeric.s_addr) : defaultRoute(*routes);
     if (!r) return 0u;
@@ -567,8 +644,20 @@ std::optional<std::string> findBattery(const std::string& dir) {
 
 }  // namespace
 
+std::optional<std::string> LinuxDevicePlatform::battery() const {
+    const auto now = Clock::now();
+    {
+        std::lock_guard lock(cacheMutex_);
+        if (battery_.fresh(now)) return battery_.value;
+    }
+    auto found = findBattery(path("/sys/class/power_supply"));
+    std::lock_guard lock(cacheMutex_);
+    battery_ = {now, true, found};
+    return found;
+}
+
 std::optional<std::int32_t> LinuxDevicePlatform::batteryCapacity() const {
-    auto battery = findBattery(path("/sys/class/power_supply"));
+    auto battery = this->battery();
     if (!battery) return std::nullopt;
     auto text = readTrimmed(*battery + "/capacity");
     if (!text || text->empty() || text->size() > 11) return std::nullopt;
@@ -582,7 +671,7 @@ std::optional<std::int32_t> LinuxDevicePlatform::batteryCapacity() const {
 }
 
 int LinuxDevicePlatform::batteryState() const {
-    auto battery = findBattery(path("/sys/class/power_supply"));
+    auto battery = this->battery();
     if (!battery) return kBatteryUnknown;
     auto status = readTrimmed(*battery + "/status");
     if (!status) return kBatteryUnknown;

@@ -4,16 +4,22 @@
 
 #include "platform/device/DevicePlatform.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
 
 namespace quov::platform {
 
+struct RouteEntry;
+
 /// The Linux device platform. Facts come from the file system (os-release,
 /// machine-info, DMI, the routing table, sysfs network and power-supply entries),
-/// uname, getifaddrs and the locale environment; nothing is sent on the network and
-/// nothing is cached. Answers the phone platform got from its toolkit (screen,
+/// uname, getifaddrs and the locale environment; nothing is sent on the network.
+/// What cannot change while the process runs (machine, chassis, system version, a
+/// valid machine id and the vendor identifiers derived from it) is read once per
+/// instance; live facts (routes, addresses, the primary hardware address, the battery's location) are reused for
+/// kLiveWindow, so one record or a burst of tracking URLs reads each once. Answers the phone platform got from its toolkit (screen,
 /// application state) or from system services (bundle, advertising identifier,
 /// carrier) come from setters; the setters are thread-safe.
 class LinuxDevicePlatform final : public DevicePlatform {
@@ -68,7 +74,34 @@ public:
     /// The chassis word ("handset", "tablet", "laptop", ...) or empty when unknown.
     std::string chassis() const;
 
+    /// How long a live fact read for one answer serves the next ones.
+    static constexpr std::chrono::milliseconds kLiveWindow{1000};
+
 private:
+    using Clock = std::chrono::steady_clock;
+    // A live value and when it was read; stale after kLiveWindow.
+    template <class T>
+    struct Recent {
+        Clock::time_point at{};
+        bool filled = false;
+        T value{};
+        bool fresh(Clock::time_point now) const { return filled && now - at < kLiveWindow; }
+    };
+    struct Facts {
+        std::string machine;
+        std::string chassis;
+        std::string systemVersion;
+    };
+
+    const Facts& facts() const;
+    std::shared_ptr<const std::vector<RouteEntry>> routes() const;
+    std::optional<std::string> battery() const;
+    std::optional<std::string> machineId() const;
+    std::string readChassis() const;
+    std::string readSystemVersion(const std::string& unameRelease) const;
+    static std::optional<std::string> deriveVendorIdentifier(const std::string& machineId, const std::string& key);
+    static std::optional<std::vector<InterfaceAddress>> readInterfaceAddresses();
+    std::optional<HardwareAddress> readHardwareAddress(const std::string& interface) const;
     std::string path(const char* absolute) const { return options_.root + absolute; }
     std::optional<std::string> env(const std::string& name) const;
     MainScreen screen() const;
@@ -83,6 +116,16 @@ private:
     ApplicationState appState_ = ApplicationState::Active;
     std::function<MainScreen()> screenProvider_;
     std::function<ApplicationState()> appStateProvider_;
+
+    mutable std::once_flag factsOnce_;
+    mutable Facts facts_;
+    mutable std::mutex cacheMutex_;  // guards the caches below
+    mutable std::optional<std::string> machineId_;  // only a valid one: early boot reads "uninitialized"
+    mutable std::map<std::string, std::optional<std::string>> vendorIds_;  // by bundle identifier
+    mutable Recent<std::shared_ptr<const std::vector<RouteEntry>>> routes_;
+    mutable Recent<std::optional<std::string>> battery_;
+    mutable Recent<std::optional<std::vector<InterfaceAddress>>> addresses_;
+    mutable Recent<std::pair<std::string, std::optional<HardwareAddress>>> hardwareAddress_;
 };
 
 }  // namespace quov::platform

@@ -164,51 +164,58 @@ std::vector<double> minimumNormLeastSquares(const Matrix& A, const std::vector<d
     return d;
 }
 
-/// Horizontal and vertical constraints usually share no unknown, so the two axes
-/// are solved apart (an eighth of the work of one system), each over only the
-/// unknowns its equations name.
-std::vector<double> solveByAxis(const Matrix& A, const std::vector<double>& r, std::size_t& rank) {
-    // A size tied across axes (width == height) couples them: solve as one system.
-    for (std::size_t i = 0; i < A.rows; ++i) {
-        bool x = false, y = false;
-        for (std::size_t j = 0; j < A.cols; ++j) {
-            if (A.at(i, j) == 0) continue;
-            const auto c = static_cast<Component>(j % 4);
-            ((c == kX || c == kW) ? x : y) = true;
+/// One equation's coefficients, by unknown, merged and without zeros.
+using SparseRow = std::vector<std::pair<std::size_t, double>>;
+
+double dot(const SparseRow& row, const std::vector<double>& x) {
+    double sum = 0;
+    for (auto [j, a] : row) sum += a * x[j];
+    return sum;
+}
+
+std::size_t findRoot(std::vector<std::size_t>& parent, std::size_t i) {
+    while (parent[i] != i) i = parent[i] = parent[parent[i]];
+    return i;
+}
+
+/// Equations that share no unknown, directly or through others, are independent
+/// systems: the minimum-norm least-squares solution of the whole is theirs side by
+/// side. Stacked ads, and the two axes of one, are such groups; solving each apart
+/// keeps the cost linear in their number instead of cubic in the window's views.
+std::vector<double> solveByComponent(const std::vector<SparseRow>& rows, const std::vector<double>& r,
+                                     std::size_t n, std::size_t& rank) {
+    std::vector<std::size_t> parent(n);
+    for (std::size_t j = 0; j < n; ++j) parent[j] = j;
+    for (const auto& row : rows)
+        for (std::size_t k = 1; k < row.size(); ++k) {
+            const std::size_t a = findRoot(parent, row[0].first), b = findRoot(parent, row[k].first);
+            if (a != b) parent[std::max(a, b)] = std::min(a, b);
         }
-        if (x && y) return minimumNormLeastSquares(A, r, rank);
-    }
-    std::vector<double> d(A.cols, 0.0);
+    // Members of each group in column order, so each group's system is laid out as
+    // it would be inside the whole one.
+    std::vector<std::vector<std::size_t>> groupCols(n), groupRows(n);
+    for (std::size_t j = 0; j < n; ++j) groupCols[findRoot(parent, j)].push_back(j);
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        if (!rows[i].empty()) groupRows[findRoot(parent, rows[i][0].first)].push_back(i);
+
+    std::vector<double> d(n, 0.0);
+    std::vector<std::size_t> local(n, 0);
     rank = 0;
-    for (int axis = 0; axis < 2; ++axis) {
-        std::vector<std::size_t> cols;
-        for (std::size_t j = 0; j < A.cols; ++j) {
-            const auto c = static_cast<Component>(j % 4);
-            if ((c == kX || c == kW) != (axis == 0)) continue;
-            for (std::size_t i = 0; i < A.rows; ++i)
-                if (A.at(i, j) != 0) {
-                    cols.push_back(j);
-                    break;
-                }
-        }
-        std::vector<std::size_t> rows;
-        for (std::size_t i = 0; i < A.rows; ++i)
-            for (std::size_t j : cols)
-                if (A.at(i, j) != 0) {
-                    rows.push_back(i);
-                    break;
-                }
-        if (rows.empty()) continue;
-        Matrix sub(rows.size(), cols.size());
-        std::vector<double> subR(rows.size());
-        for (std::size_t i = 0; i < rows.size(); ++i) {
-            subR[i] = r[rows[i]];
-            for (std::size_t j = 0; j < cols.size(); ++j) sub.at(i, j) = A.at(rows[i], cols[j]);
+    for (std::size_t g = 0; g < n; ++g) {
+        const auto& gr = groupRows[g];
+        const auto& gc = groupCols[g];
+        if (gr.empty()) continue;
+        for (std::size_t j = 0; j < gc.size(); ++j) local[gc[j]] = j;
+        Matrix sub(gr.size(), gc.size());
+        std::vector<double> subR(gr.size());
+        for (std::size_t i = 0; i < gr.size(); ++i) {
+            subR[i] = r[gr[i]];
+            for (auto [j, a] : rows[gr[i]]) sub.at(i, local[j]) = a;
         }
         std::size_t subRank = 0;
         const auto subD = minimumNormLeastSquares(sub, subR, subRank);
         rank += subRank;
-        for (std::size_t j = 0; j < cols.size(); ++j) d[cols[j]] = subD[j];
+        for (std::size_t j = 0; j < gc.size(); ++j) d[gc[j]] = subD[j];
     }
     return d;
 }
@@ -253,29 +260,38 @@ LayoutSolver::Result LayoutSolver::solve(View& root) {
     if (n == 0 || equations.empty()) return result;
 
     // One row per constraint: first - second == constant, moved to the unknowns' side.
-    Matrix A(equations.size(), n);
+    std::vector<SparseRow> A(equations.size());
     std::vector<double> b(equations.size(), 0.0);
     for (std::size_t i = 0; i < equations.size(); ++i) {
         const auto& eq = equations[i];
         Expr lhs = tree.anchor(eq.first, eq.c->firstAttribute());
         double rhs = eq.c->constant() - lhs.constant;
-        for (auto [var, coef] : lhs.terms) A.at(i, static_cast<std::size_t>(var)) += coef;
+        SparseRow& row = A[i];
+        for (auto [var, coef] : lhs.terms) row.emplace_back(static_cast<std::size_t>(var), coef);
         if (eq.c->secondAttribute()) {
             Expr other = tree.anchor(eq.second, *eq.c->secondAttribute());
             rhs += other.constant;
-            for (auto [var, coef] : other.terms) A.at(i, static_cast<std::size_t>(var)) -= coef;
+            for (auto [var, coef] : other.terms) row.emplace_back(static_cast<std::size_t>(var), -coef);
         }
+        // Sum repeated unknowns in term order, as a dense row would, and drop the ones that cancel.
+        std::stable_sort(row.begin(), row.end(), [](const auto& x, const auto& y) { return x.first < y.first; });
+        SparseRow merged;
+        for (auto [j, a] : row) {
+            if (!merged.empty() && merged.back().first == j)
+                merged.back().second += a;
+            else
+                merged.emplace_back(j, a);
+        }
+        merged.erase(std::remove_if(merged.begin(), merged.end(), [](const auto& t) { return t.second == 0; }),
+                     merged.end());
+        row = std::move(merged);
         b[i] = rhs;
     }
 
     // Solve for the change from the current frames, so free unknowns stay put.
     std::vector<double> residual(b.size());
-    for (std::size_t i = 0; i < A.rows; ++i) {
-        double ax = 0;
-        for (std::size_t j = 0; j < n; ++j) ax += A.at(i, j) * tree.current[j];
-        residual[i] = b[i] - ax;
-    }
-    const auto d = solveByAxis(A, residual, result.rank);
+    for (std::size_t i = 0; i < A.size(); ++i) residual[i] = b[i] - dot(A[i], tree.current);
+    const auto d = solveByComponent(A, residual, n, result.rank);
     std::vector<double> x(n);
     for (std::size_t j = 0; j < n; ++j) x[j] = tree.current[j] + d[j];
 
@@ -283,15 +299,13 @@ LayoutSolver::Result LayoutSolver::solve(View& root) {
     // frames that are exact in binary (28.125, 273.1875) back to exactly that.
     for (int round = 0; round < 2; ++round) {
         bool exact = true;
-        for (std::size_t i = 0; i < A.rows; ++i) {
-            double ax = 0;
-            for (std::size_t j = 0; j < n; ++j) ax += A.at(i, j) * x[j];
-            residual[i] = b[i] - ax;
+        for (std::size_t i = 0; i < A.size(); ++i) {
+            residual[i] = b[i] - dot(A[i], x);
             if (residual[i] != 0) exact = false;
         }
         if (exact) break;
         std::size_t refinedRank = 0;
-        const auto correction = solveByAxis(A, residual, refinedRank);
+        const auto correction = solveByComponent(A, residual, n, refinedRank);
         for (std::size_t j = 0; j < n; ++j) x[j] += correction[j];
     }
     // What noise is left sits a few ulps off a fine binary grid (1/2^20 point):
@@ -302,9 +316,8 @@ LayoutSolver::Result LayoutSolver::solve(View& root) {
         if (std::fabs(scaled - nearest) < 1e-3 && std::fabs(nearest) < 9e15) v = nearest / 1048576.0;
     }
 
-    for (std::size_t i = 0; i < A.rows; ++i) {
-        double ax = 0;
-        for (std::size_t j = 0; j < n; ++j) ax += A.at(i, j) * x[j];
+    for (std::size_t i = 0; i < A.size(); ++i) {
+        const double ax = dot(A[i], x);
         if (std::fabs(ax - b[i]) > 1e-6 * (1.0 + std::fabs(b[i]))) result.consistent = false;
     }
     if (!result.consistent)

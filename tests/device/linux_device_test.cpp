@@ -309,3 +309,21 @@ TEST(LinuxDevice, RecordBuildsOnThisMachine) {
     p.setBundleInfo({{"CFBundleIdentifier", "com.example.two"}});
     EXPECT_NE(p.identifierForVendor(), one);
 }
+
+TEST(LinuxDevice, MachineIdReadEarlyInFirstBootIsNotKept) {
+    // The platform keeps the identity for the process; the placeholder written before
+    // the first boot completes must not become that identity.
+    Tree t(Files{{"/etc/machine-id", "uninitialized\n"}});
+    auto p = t.platform();
+    p.setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
+    EXPECT_EQ(p.identifierForVendor(), std::nullopt);
+    t.write("/etc/machine-id", "3d1219c7c4c5404aaa1f6d2a48adfda4\n");
+    auto one = p.identifierForVendor();
+    ASSERT_TRUE(one) << "the id written later is read";
+
+    p.setBundleInfo({{"CFBundleIdentifier", "com.example.two"}});
+    auto two = p.identifierForVendor();
+    EXPECT_NE(two, one) << "each bundle identifier derives its own";
+    p.setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
+    EXPECT_EQ(p.identifierForVendor(), one);
+}
