@@ -64,7 +64,7 @@ struct ImageLoader::Impl {
                 }
                 ImagePtr image = decodeImage(job.second, limits);
                 loop.post([self, url = std::move(job.first), image = std::move(image)] {
-                    if (auto state = self.lock()) state->finish(url, image);
+                    if (auto live = self.lock()) live->finish(url, image);
                 });
             }
             releaseDecoderThreadState();
