@@ -97,7 +97,10 @@ void request(const std::uint8_t* data, std::size_t size) {
         // A base adds nothing but an origin and a path: no user part, query, fragment,
         // blank or control byte that would change what "/network?appid=" means.
         const bool http = valid->rfind("http://", 0) == 0 || valid->rfind("https://", 0) == 0;
-        if (!http || valid->find_first_of("?#@ \r\n\t\\") != std::string::npos) std::abort();
+        const std::size_t host = valid->find("://") + 3;
+        const std::string authority = valid->substr(host, valid->find('/', host) - host);
+        if (!http || authority.find('@') != std::string::npos || valid->find_first_of("?# ") != std::string::npos)
+            std::abort();
         for (unsigned char c : *valid)
             if (c < 0x20 || c == 0x7f) std::abort();
     }

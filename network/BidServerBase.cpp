@@ -38,9 +38,10 @@ std::optional<std::string> validBidServerBase(std::string_view value) {
     while (!text.empty() && text.back() == '/') text.pop_back();
     if (text.rfind("http://", 0) != 0 && text.rfind("https://", 0) != 0) return std::nullopt;
     // Every control byte, NUL included: the URL parser below would stop at a NUL
-    // and vouch for only the part before it.
+    // and vouch for only the part before it. Any '?' or '#': the parser reports an
+    // empty query or fragment as none, yet one would swallow the appended path.
     for (const unsigned char c : text)
-        if (c <= ' ' || c == 0x7f) return std::nullopt;
+        if (c <= ' ' || c == 0x7f || c == '?' || c == '#') return std::nullopt;
     std::unique_ptr<CURLU, UrlDeleter> url(curl_url());
     if (!url || curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return std::nullopt;
     const auto host = part(url.get(), CURLUPART_HOST);
