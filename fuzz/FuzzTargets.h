@@ -19,4 +19,13 @@ void image(const std::uint8_t* data, std::size_t size);
 /// touch macros with sizes and points taken from the bytes, the leading-integer rule.
 void url(const std::uint8_t* data, std::size_t size);
 
+/// Host and server values in macro filling: IMEI and OAID taken from the bytes
+/// (macro names in them included), then both passes over the rest as the URL.
+void macros(const std::uint8_t* data, std::size_t size);
+
+/// The bid request's address and headers from a hostile base, AppId and AppKey:
+/// an accepted base is a bare http(s) origin and path, and no header carries a
+/// line break past the transport.
+void request(const std::uint8_t* data, std::size_t size);
+
 }  // namespace quov::fuzz

@@ -16,6 +16,9 @@ std::optional<std::string> bidServerBaseProblem(std::string_view value) {
         return "it must start with http:// or https://";
     for (const char c : text)
         if (static_cast<unsigned char>(c) <= ' ' || c == 0x7f) return "it contains a blank or a control character";
+    // The parser reports an empty query or fragment as none, yet either would
+    // swallow the appended path.
+    if (text.find_first_of("?#") != std::string::npos) return "it must not have a query or fragment";
     if (text.size() == text.find("//") + 2) return "it has no host";
     if (text.back() == '/') return "it must not end with '/'";
     const auto url = platform::parseURL(text);

@@ -20,6 +20,7 @@ namespace {
 
 // Atomic because a host may start tracking off its main thread, and flush reads it.
 std::atomic<std::size_t> pendingCount{0};
+std::atomic<std::chrono::milliseconds::rep> attemptTimeoutMs{60000};
 
 bool inQuerySet(unsigned char c) {
     if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
@@ -47,6 +48,7 @@ struct ChainEnd {
 void attempt(std::shared_ptr<Chain> chain, std::uint64_t n) {
     platform::HttpRequest request;
     request.url = percentEncodeQuery(chain->url);
+    request.timeout = std::chrono::milliseconds(attemptTimeoutMs.load());
     platform::QVLog("GET URL WITH retry, %lu, %@", std::to_string(n), chain->url);
     platform::Context::shared().http().send(std::move(request), [chain, n](platform::HttpResponse r) {
         JsonOutcome outcome = evaluateJsonResponse(r);
@@ -86,6 +88,8 @@ std::string percentEncodeQuery(std::string_view text) {
 }
 
 std::size_t pendingTrackingRequests() { return pendingCount.load(); }
+
+void setTrackingTimeout(std::chrono::milliseconds timeout) { attemptTimeoutMs = timeout.count(); }
 
 }  // namespace network
 

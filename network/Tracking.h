@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -14,5 +15,9 @@ std::string percentEncodeQuery(std::string_view text);
 /// Tracking calls (getURLWithRetry) whose final callback has not yet run,
 /// retries still to come included. Any thread.
 std::size_t pendingTrackingRequests();
+
+/// The time-out of each tracking attempt (default 60 s, as for the bid). A tracker
+/// that stalls holds flush() for up to three of these. Any thread.
+void setTrackingTimeout(std::chrono::milliseconds timeout);
 
 }  // namespace quov::network

@@ -71,7 +71,7 @@ struct ImageLoader::Impl {
                 }
                 if (!image) QVDebug("Image refused: %@ is not a PNG, JPEG or WebP within the size limits, or is broken", job.first);
                 loop.post([self, url = std::move(job.first), image = std::move(image)] {
-                    if (auto state = self.lock()) state->finish(url, image);
+                    if (auto live = self.lock()) live->finish(url, image);
                 });
             }
             releaseDecoderThreadState();

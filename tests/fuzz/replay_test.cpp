@@ -2,6 +2,8 @@
 // runs through its target in the ordinary suite, so a fixed fault stays fixed.
 #include "fuzz/FuzzTargets.h"
 
+#include <quov/QuovAd.h>
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -32,5 +34,12 @@ void replay(const std::string& name, void (*target)(const std::uint8_t*, std::si
 TEST(FuzzReplay, BidResponse) { replay("bid_response", quov::fuzz::bidResponse); }
 TEST(FuzzReplay, Image) { replay("image", quov::fuzz::image); }
 TEST(FuzzReplay, Url) { replay("url", quov::fuzz::url); }
+TEST(FuzzReplay, Macros) {
+    const auto imei = quov::QuovAd::shared().IMEI(), oaid = quov::QuovAd::shared().OAID();
+    replay("macros", quov::fuzz::macros);
+    quov::QuovAd::shared().setIMEI(imei);
+    quov::QuovAd::shared().setOAID(oaid);
+}
+TEST(FuzzReplay, Request) { replay("request", quov::fuzz::request); }
 
 }  // namespace

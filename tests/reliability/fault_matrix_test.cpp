@@ -1,0 +1,236 @@
+// Every way a server can misbehave, against the bid request and against a tracker:
+// each ends in one stated outcome at the delegate (or a counted number of attempts),
+// within the time-outs set here, without a crash and with bounded memory.
+#include <quov/QVRequestHelper.h>
+#include <quov/QuovAd.h>
+
+#include "facade/QuovAdFlow.h"
+#include "platform/Context.h"
+#include "network/Tracking.h"
+#include "support/FaultServer.h"
+#include "support/LogCapture.h"
+#include "support/NetworkScope.h"
+#include "support/RecordingDelegate.h"
+#include "support/TestServer.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <memory>
+#include <string>
+
+namespace quov {
+namespace {
+
+using test::FaultServer;
+using test::NetworkScope;
+using test::RecordingDelegate;
+using namespace std::chrono_literals;
+
+using Conn = FaultServer::Conn;
+
+constexpr std::size_t kMiB = 1u << 20;
+
+// Peak resident size of this process so far.
+std::size_t peakRss() {
+    std::ifstream status("/proc/self/status");
+    std::string key;
+    std::size_t kb = 0;
+    while (status >> key) {
+        if (key == "VmHWM:") {
+            status >> kb;
+            break;
+        }
+    }
+    return kb * 1024;
+}
+
+std::string head(const std::string& status, const std::string& headers) {
+    return "HTTP/1.1 " + status + "\r\n" + headers + "Connection: close\r\n\r\n";
+}
+
+FaultServer::Behaviour answer(const std::string& status, const std::string& type, const std::string& body) {
+    return [=](Conn& c) {
+        c.send(head(status, "Content-Type: " + type + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n") +
+               body);
+    };
+}
+
+FaultServer::Behaviour json(const std::string& body) { return answer("200 OK", "application/json", body); }
+
+// Endless zeros as a gzip stream of fixed-Huffman blocks: one literal, then matches of
+// 258 bytes at distance 1, 13 bits each: 3 MiB that inflate to ~490 MiB, under the
+// body cap as sent, so only a client that inflated would see the flood.
+std::string gzipBomb(std::size_t compressedBytes) {
+    std::string out("\x1f\x8b\x08\x00\x00\x00\x00\x00\x00\xff", 10);
+    unsigned bits = 0, count = 0;
+    auto put = [&](unsigned code, unsigned length) {  // Huffman codes go most significant bit first
+        for (unsigned i = length; i-- > 0;) {
+            bits |= ((code >> i) & 1u) << count;
+            if (++count == 8) {
+                out += static_cast<char>(bits);
+                bits = count = 0;
+            }
+        }
+    };
+    put(0b01, 1);  // BFINAL 0, then BTYPE 1 (fixed), least significant bit first
+    put(0b0, 1);
+    put(0b00110000, 8);  // literal 0
+    while (out.size() < compressedBytes) {
+        put(0b11000101, 8);  // length 258
+        put(0b00000, 5);     // distance 1
+    }
+    return out;
+}
+
+struct FaultCase {
+    const char* name;
+    FaultServer::Behaviour behaviour;
+    bool tls = false;
+    bool deadPort = false;
+    // The delegate's calls for a load ("view": the ad was put on screen), and the
+    // error code of a failure (0: none).
+    const char* bidCalls;
+    std::int64_t bidCode;
+    // A tracker given 3 attempts: its callback, and the connections it opened.
+    const char* trackerOutcome;
+    std::size_t trackerConnections;
+};
+
+std::vector<FaultCase> faultCases() {
+    const auto bomb = std::make_shared<const std::string>(gzipBomb(3 * kMiB));
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    const std::string deepInBid = R"({"seatbid":[{"bid":[)" + deep + "]}]}";
+    return {
+        {"DeadPort", {}, false, true, "loadFailed", 4001, "failure", 0},
+        {"ResetMidBody",
+         [](Conn& c) {
+             c.send(head("200 OK", "Content-Type: application/json\r\nContent-Length: 1000\r\n") + R"({"seatbid":[)");
+             c.reset();
+         },
+         false, false, "loadFailed", 4001, "failure", 3},
+        {"NotFoundWithBody", answer("404 Not Found", "text/plain", "no such page"), false, false, "loadFailed", 4001,
+         "failure", 3},
+        {"ServerErrorWithBody", answer("500 Internal Server Error", "application/json", R"({"seatbid":[]})"), false,
+         false, "loadFailed", 4001, "failure", 3},
+        {"StallBeforeHeaders", [](Conn& c) { c.pause(60000); }, false, false, "loadFailed", 4001, "failure", 3},
+        {"SlowlorisBody",
+         [](Conn& c) {
+             if (!c.send(head("200 OK", "Content-Type: application/json\r\nContent-Length: 100000\r\n") + "{"))
+                 return;
+             while (c.pause(100) && c.send(" ")) {
+             }
+         },
+         false, false, "loadFailed", 4001, "failure", 3},
+        {"FiftyMegabyteBody",
+         [](Conn& c) {
+             const std::string block(64 * 1024, ' ');
+             if (!c.send(head("200 OK", "Content-Type: application/json\r\nContent-Length: 52428800\r\n"))) return;
+             for (int i = 0; i < 800 && c.send(block); ++i) {
+             }
+         },
+         false, false, "loadFailed", 4001, "failure", 3},
+        {"EndlessChunkedBody",
+         [](Conn& c) {
+             const std::string chunk = "10000\r\n" + std::string(0x10000, ' ') + "\r\n";
+             if (!c.send(head("200 OK", "Content-Type: application/json\r\nTransfer-Encoding: chunked\r\n") +
+                         "1\r\n[\r\n"))
+                 return;
+             while (c.send(chunk)) {
+             }
+         },
+         false, false, "loadFailed", 4001, "failure", 3},
+        {"GzipBomb",
+         [bomb](Conn& c) {
+             c.send(head("200 OK", "Content-Type: application/json\r\nContent-Encoding: gzip\r\nContent-Length: " +
+                                       std::to_string(bomb->size()) + "\r\n") +
+                    *bomb);
+         },
+         false, false, "loadFailed", 4001, "failure", 3},
+        {"MalformedJson", json(R"({"seatbid":[{"bid":[{"image":)"), false, false, "loadFailed", 4001, "failure", 3},
+        {"WrongTypesEverywhere",
+         json(R"({"seatbid":[{"bid":[1,"x",null,[],{"image":7,"adm":[],"check_views":{},"check_clicks":"u",)"
+              R"("isRendering":"1","price":"high","crid":{}}]}]})"),
+         false, false, "loaded view", 0, "success", 1},
+        {"SeatbidOfTheWrongType", json(R"({"seatbid":{"bid":[{}]}})"), false, false, "loadFailed", 204, "success", 1},
+        {"NestedHundredThousandDeep", json(deepInBid), false, false, "loadFailed", 204, "success", 1},
+        {"InvalidUtf8", json("{\"seatbid\":[{\"bid\":[{\"adm\":\"\xff\xfe\xc0\"}]}]}"), false, false, "loadFailed",
+         4001, "failure", 3},
+        {"RedirectLoop",
+         [](Conn& c) { c.send(head("302 Found", "Location: /network\r\nContent-Length: 0\r\n")); }, false, false,
+         "loadFailed", 4001, "failure", 33},
+        {"RedirectToFile", [](Conn& c) { c.send(head("302 Found", "Location: file:///etc/passwd\r\n")); }, false,
+         false, "loadFailed", 4001, "failure", 3},
+        {"RedirectToAnotherScheme",
+         [](Conn& c) { c.send(head("301 Moved Permanently", "Location: ftp://127.0.0.1/network\r\n")); }, false,
+         false, "loadFailed", 4001, "failure", 3},
+        {"SelfSignedHttps", {}, true, false, "loadFailed", 4001, "failure", 3},
+    };
+}
+
+void PrintTo(const FaultCase& c, std::ostream* os) { *os << c.name; }
+
+class FaultMatrix : public ::testing::TestWithParam<FaultCase> {
+protected:
+    std::unique_ptr<QuovAdFlow::ScopedViewPresenter> presenter;
+    void SetUp() override {
+        presenter = std::make_unique<QuovAdFlow::ScopedViewPresenter>(
+            platform::Context::shared(), [this](QuovAd&, QVBidModelPtr) { delegate->calls.push_back("view"); });
+        QuovAd::shared().setupWithAppId(std::string("faults"), std::string("key"));
+        QuovAd::shared().setDelegate(delegate);
+        QuovAd::shared().setLoadTimeout(1s);
+        network::setTrackingTimeout(1s);
+        if (GetParam().deadPort) {
+            base = "http://127.0.0.1:" + std::to_string(test::TestServer::deadPort());
+        } else {
+            server = std::make_unique<FaultServer>(GetParam().behaviour, GetParam().tls);
+            base = server->base();
+        }
+        rssBefore = peakRss();
+    }
+    void TearDown() override {
+        presenter.reset();
+        QuovAd::shared().setLoadTimeout(60s);
+        network::setTrackingTimeout(60s);
+        // Whatever the server sent, the client kept at most its body cap per request.
+        EXPECT_LT(peakRss() - rssBefore, 48 * kMiB);
+    }
+
+    std::unique_ptr<FaultServer> server;
+    std::string base;
+    std::size_t rssBefore = 0;
+    std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+    test::LogCapture log;
+};
+
+TEST_P(FaultMatrix, TheBidLoadEndsInOneStatedOutcome) {
+    NetworkScope scope(base);
+    QuovAd::shared().loadAdWithAdId(std::string("slot"));
+    ASSERT_TRUE(NetworkScope::runUntil([&] { return !delegate->calls.empty(); }));
+    std::string calls;
+    for (const std::string& call : delegate->calls) calls += (calls.empty() ? "" : " ") + call;
+    EXPECT_EQ(calls, GetParam().bidCalls);
+    if (GetParam().bidCode != 0) {
+        ASSERT_EQ(delegate->errors.size(), 1u);
+        EXPECT_EQ(delegate->errors[0].code, GetParam().bidCode);
+    }
+}
+
+TEST_P(FaultMatrix, ATrackerEndsAfterItsCountedAttempts) {
+    NetworkScope scope;
+    std::string outcome;
+    QVRequestHelper::getURLWithRetry(
+        base + "/network?id=1", 3, [&](const nlohmann::json*) { outcome = "success"; },
+        [&](const Error&) { outcome = "failure"; });
+    ASSERT_TRUE(NetworkScope::runUntil([&] { return !outcome.empty(); }));
+    EXPECT_EQ(outcome, GetParam().trackerOutcome);
+    if (server) {
+        EXPECT_EQ(server->connections(), GetParam().trackerConnections);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, FaultMatrix, ::testing::ValuesIn(faultCases()),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+}  // namespace
+}  // namespace quov
