@@ -153,18 +153,23 @@ def point(x, y):
 def main():
     scratch = tempfile.mkdtemp(prefix="quov-glfw-")
 
-    read_end, write_end = os.pipe()
-    xvfb = subprocess.Popen([XVFB, "-displayfd", str(write_end), "-screen", "0", "1000x1800x24", "-nolisten",
-                             "tcp", "-noreset"], pass_fds=(write_end,), stderr=subprocess.DEVNULL)
-    os.close(write_end)
-    display = os.read(read_end, 16).decode().strip()
-    os.close(read_end)
-    env = dict(os.environ, DISPLAY=":" + display, LIBGL_ALWAYS_SOFTWARE="1")
-    # The display number comes as the server starts listening; wait until it answers.
-    if not wait_for(lambda: subprocess.run([XDOTOOL, "getmouselocation"], env=env,
-                                           capture_output=True).returncode == 0, 30):
+    # Another X server starting at the same moment can take the display this one
+    # announced; start a fresh one until one answers.
+    for _ in range(3):
+        read_end, write_end = os.pipe()
+        xvfb = subprocess.Popen([XVFB, "-displayfd", str(write_end), "-screen", "0", "1000x1800x24", "-nolisten",
+                                 "tcp", "-noreset"], pass_fds=(write_end,), stderr=subprocess.DEVNULL)
+        os.close(write_end)
+        display = os.read(read_end, 16).decode().strip()
+        os.close(read_end)
+        env = dict(os.environ, DISPLAY=":" + display, LIBGL_ALWAYS_SOFTWARE="1")
+        if display and wait_for(lambda: subprocess.run([XDOTOOL, "getmouselocation"], env=env,
+                                                       capture_output=True).returncode == 0, 10):
+            break
         xvfb.kill()
-        sys.exit("Xvfb on :" + display + " never answered")
+        xvfb.wait()
+    else:
+        sys.exit("no Xvfb display answered")
     env.pop("WAYLAND_DISPLAY", None)
 
     ad_centre = point(187.5, 406)
