@@ -4,29 +4,14 @@
 #include "platform/Context.h"
 #include "platform/runtime/Crypto.h"
 #include "platform/device/DevicePlatform.h"
+#include "platform/runtime/Text.h"
 
 #include <arpa/inet.h>
 
-#include <cctype>
-#include <climits>
 #include <cstdio>
 
 namespace quov {
 namespace {
-
-// The leading integer of a version text ("13.7" gives 13, "junk" gives 0), saturating.
-int majorVersion(const std::string& version) {
-    std::size_t i = 0;
-    while (i < version.size() && std::isspace(static_cast<unsigned char>(version[i]))) ++i;
-    bool negative = false;
-    if (i < version.size() && (version[i] == '-' || version[i] == '+')) negative = version[i++] == '-';
-    long long v = 0;
-    for (; i < version.size() && std::isdigit(static_cast<unsigned char>(version[i])); ++i) {
-        v = v * 10 + (version[i] - '0');
-        if (v > INT_MAX) return negative ? INT_MIN : INT_MAX;
-    }
-    return static_cast<int>(negative ? -v : v);
-}
 
 std::optional<std::string> hardwareAddressText(const platform::DevicePlatform& p) {
     auto name = p.primaryInterfaceName();
@@ -74,7 +59,7 @@ std::string QVDeviceInfo::getMacAddress() {
     // halves is part of the contract.
     std::optional<std::string> address = hardwareAddressText(*p);
     const bool haveAddress = address && !address->empty();
-    const int major = majorVersion(p->identityRuleVersion());
+    const std::int64_t major = platform::leadingInteger(p->identityRuleVersion());
     if (major <= 5) return haveAddress ? *address : "000000000000";
     if (major == 6 && haveAddress) return *address;
     return vendorIdentifierRule(*p);

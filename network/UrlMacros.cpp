@@ -4,6 +4,8 @@
 #include <quov/QVRequestHelper.h>
 #include <quov/QuovAd.h>
 
+#include "platform/runtime/Text.h"
+
 #include <charconv>
 #include <chrono>
 #include <cmath>
@@ -17,13 +19,11 @@ namespace network {
 std::string integerText(double value) {
     if (!std::isfinite(value)) return "0";
     constexpr double kFloatMax = std::numeric_limits<float>::max();
+    // Past float's range the conversion below would be undefined.
     if (value >= kFloatMax) return std::to_string(std::numeric_limits<std::int64_t>::max());
     if (value <= -kFloatMax) return std::to_string(std::numeric_limits<std::int64_t>::min());
     // The server expects the coarse form: single precision first, then the integer part.
-    const float f = static_cast<float>(value);
-    if (f >= 9223372036854775808.0f) return std::to_string(std::numeric_limits<std::int64_t>::max());
-    if (f < -9223372036854775808.0f) return std::to_string(std::numeric_limits<std::int64_t>::min());
-    return std::to_string(static_cast<std::int64_t>(f));
+    return std::to_string(platform::saturatingInt64(static_cast<float>(value)));
 }
 
 std::string realText(double value) {
