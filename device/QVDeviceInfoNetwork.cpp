@@ -1,6 +1,6 @@
 #include <quov/QVDeviceInfo.h>
-#include <quov/QVRequestHelper.h>
 
+#include "device/PrimaryAddress.h"
 #include "platform/Context.h"
 #include "platform/runtime/Crypto.h"
 #include "platform/device/DevicePlatform.h"
@@ -33,8 +33,10 @@ std::string vendorIdentifierRule(const platform::DevicePlatform& p) {
     return out;
 }
 
-// The walk both IP operations share: every IPv4 entry of the primary interface, the
-// last one in list order wins.
+}  // namespace
+
+namespace device {
+
 std::optional<std::string> primaryIPv4(const platform::DevicePlatform& p) {
     auto list = p.interfaceAddresses();
     if (!list) return std::nullopt;
@@ -51,7 +53,7 @@ std::optional<std::string> primaryIPv4(const platform::DevicePlatform& p) {
     return result;
 }
 
-}  // namespace
+}  // namespace device
 
 std::string QVDeviceInfo::getMacAddress() {
     auto p = platform::Context::shared().devicePlatform();
@@ -66,11 +68,7 @@ std::string QVDeviceInfo::getMacAddress() {
 }
 
 std::string QVDeviceInfo::getDeviceIPAdress() {
-    return primaryIPv4(*platform::Context::shared().devicePlatform()).value_or("an error occurred when obtaining ip address");
-}
-
-std::string QVRequestHelper::getIPAddress() {
-    return primaryIPv4(*platform::Context::shared().devicePlatform()).value_or(std::string());
+    return device::primaryIPv4(*platform::Context::shared().devicePlatform()).value_or("an error occurred when obtaining ip address");
 }
 
 std::string QVDeviceInfo::getIDFA() { return platform::Context::shared().devicePlatform()->advertisingIdentifier(); }
