@@ -273,12 +273,15 @@ private:
             }
         } catch (...) {
             // Nothing left to watch with: every pending request fails, once.
+            std::deque<Request> rest;
             {
                 std::lock_guard lock(mutex_);
+                rest.swap(queue_);
                 running_ = false;
             }
             for (auto& child : children)
                 if (!child.answered) settle(child, false);
+            for (auto& request : rest) answer(loop_, std::move(request.completion), false);
             return;
         }
         // Stopped: the children that already exited answer as they exited; the
