@@ -1,32 +1,17 @@
 #include <quov/QVDeviceInfo.h>
-#include <quov/QVRequestHelper.h>
 
+#include "device/PrimaryAddress.h"
 #include "platform/Context.h"
 #include "platform/runtime/Crypto.h"
 #include "platform/device/DevicePlatform.h"
+#include "platform/runtime/Text.h"
 
 #include <arpa/inet.h>
 
-#include <cctype>
-#include <climits>
 #include <cstdio>
 
 namespace quov {
 namespace {
-
-// The leading integer of a version text ("13.7" gives 13, "junk" gives 0), saturating.
-int majorVersion(const std::string& version) {
-    std::size_t i = 0;
-    while (i < version.size() && std::isspace(static_cast<unsigned char>(version[i]))) ++i;
-    bool negative = false;
-    if (i < version.size() && (version[i] == '-' || version[i] == '+')) negative = version[i++] == '-';
-    long long v = 0;
-    for (; i < version.size() && std::isdigit(static_cast<unsigned char>(version[i])); ++i) {
-        v = v * 10 + (version[i] - '0');
-        if (v > INT_MAX) return negative ? INT_MIN : INT_MAX;
-    }
-    return static_cast<int>(negative ? -v : v);
-}
 
 std::optional<std::string> hardwareAddressText(const platform::DevicePlatform& p) {
     auto name = p.primaryInterfaceName();
@@ -48,8 +33,10 @@ std::string vendorIdentifierRule(const platform::DevicePlatform& p) {
     return out;
 }
 
-// The walk both IP operations share: every IPv4 entry of the primary interface, the
-// last one in list order wins.
+}  // namespace
+
+namespace device {
+
 std::optional<std::string> primaryIPv4(const platform::DevicePlatform& p) {
     auto list = p.interfaceAddresses();
     if (!list) return std::nullopt;
@@ -66,7 +53,7 @@ std::optional<std::string> primaryIPv4(const platform::DevicePlatform& p) {
     return result;
 }
 
-}  // namespace
+}  // namespace device
 
 std::string QVDeviceInfo::getMacAddress() {
     auto p = platform::Context::shared().devicePlatform();
@@ -74,18 +61,14 @@ std::string QVDeviceInfo::getMacAddress() {
     // halves is part of the contract.
     std::optional<std::string> address = hardwareAddressText(*p);
     const bool haveAddress = address && !address->empty();
-    const int major = majorVersion(p->identityRuleVersion());
+    const std::int64_t major = platform::leadingInteger(p->identityRuleVersion());
     if (major <= 5) return haveAddress ? *address : "000000000000";
     if (major == 6 && haveAddress) return *address;
     return vendorIdentifierRule(*p);
 }
 
 std::string QVDeviceInfo::getDeviceIPAdress() {
-    return primaryIPv4(*platform::Context::shared().devicePlatform()).value_or("an error occurred when obtaining ip address");
-}
-
-std::string QVRequestHelper::getIPAddress() {
-    return primaryIPv4(*platform::Context::shared().devicePlatform()).value_or(std::string());
+    return device::primaryIPv4(*platform::Context::shared().devicePlatform()).value_or("an error occurred when obtaining ip address");
 }
 
 std::string QVDeviceInfo::getIDFA() { return platform::Context::shared().devicePlatform()->advertisingIdentifier(); }

@@ -4,7 +4,6 @@
 #include "platform/Context.h"
 #include "platform/device/linux_device.h"
 #include "platform/opener/UrlOpener.h"
-#include "platform/toolkit/Application.h"
 
 #include <stdexcept>
 
@@ -35,8 +34,7 @@ std::vector<std::string> QuovHost::allowURLSchemes(const std::vector<std::string
 }
 
 void QuovHost::setURLOpenerProgram(std::string program) {
-    platform::Context& context = platform::Context::shared();
-    context.application().setURLOpener(platform::makeProgramURLOpener(std::move(program), context.mainLoop()));
+    platform::Context::shared().setURLOpenerProgram(std::move(program));
 }
 
 }  // namespace quov

@@ -9,6 +9,7 @@
 #include "network/Tracking.h"
 #include "platform/media/ImageDecoder.h"
 #include "platform/http/UrlSyntax.h"
+#include "platform/runtime/Text.h"
 #include "view/QVAdView.h"
 
 #include <cstdlib>
@@ -58,7 +59,7 @@ void url(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data + head), size - head);
     (void)platform::absoluteURLScheme(text);
     (void)network::percentEncodeQuery(text);
-    (void)network::leadingInteger(text);
+    (void)platform::leadingInteger(text);
     (void)QVRequestHelper::formatURL(text, Size{numbers[0], numbers[1]}, Point{numbers[2], numbers[3]},
                                      numbers[4], Point{numbers[5], numbers[2]}, numbers[1]);
 }

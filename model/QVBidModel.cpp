@@ -1,10 +1,9 @@
 #include <quov/QVBidModel.h>
 
+#include "platform/runtime/Text.h"
+
 #include <nlohmann/json.hpp>
 
-#include <cerrno>
-#include <cmath>
-#include <cstdlib>
 #include <limits>
 
 namespace quov {
@@ -35,14 +34,6 @@ std::optional<std::vector<std::string>> stringList(const json& dict, const char*
     return out;
 }
 
-std::int64_t clampToInt64(double d) {
-    if (std::isnan(d)) return 0;
-    // 2^63 is exactly representable; anything at or past it saturates.
-    if (d >= 9223372036854775808.0) return std::numeric_limits<std::int64_t>::max();
-    if (d <= -9223372036854775808.0) return std::numeric_limits<std::int64_t>::min();
-    return static_cast<std::int64_t>(d);  // truncates toward zero
-}
-
 // A number's integer part, or a string's leading decimal integer (after optional
 // blanks and a sign), saturating; 0 for anything else.
 std::int64_t integerValue(const json& dict, const char* key) {
@@ -57,15 +48,8 @@ std::int64_t integerValue(const json& dict, const char* key) {
         }
         return v->get<std::int64_t>();
     }
-    if (v->is_number_float()) return clampToInt64(v->get<double>());
-    if (v->is_string()) {
-        const std::string& s = v->get_ref<const std::string&>();
-        errno = 0;
-        char* end = nullptr;
-        long long n = std::strtoll(s.c_str(), &end, 10);
-        if (end == s.c_str()) return 0;
-        return n;  // strtoll already saturates on overflow
-    }
+    if (v->is_number_float()) return platform::saturatingInt64(v->get<double>());
+    if (v->is_string()) return platform::leadingInteger(v->get_ref<const std::string&>());
     return 0;
 }
 

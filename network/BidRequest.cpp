@@ -8,9 +8,6 @@
 #include "platform/runtime/Log.h"
 #include "platform/runtime/Text.h"
 
-#include <cctype>
-#include <cerrno>
-#include <cstdlib>
 #include <stdexcept>
 
 namespace quov::network {
@@ -44,16 +41,6 @@ std::string carrierCode(const std::optional<std::string>& name) {
 }
 
 }  // namespace
-
-std::int64_t leadingInteger(const std::string& text) {
-    const char* s = text.c_str();
-    while (*s == ' ' || *s == '\t' || *s == '\n' || *s == '\r' || *s == '\f' || *s == '\v') ++s;
-    if (!(std::isdigit(static_cast<unsigned char>(s[0])) ||
-          ((s[0] == '+' || s[0] == '-') && std::isdigit(static_cast<unsigned char>(s[1])))))
-        return 0;
-    errno = 0;
-    return std::strtoll(s, nullptr, 10);  // saturates on overflow
-}
 
 BidRequestInputs gatherBidRequestInputs() {
     BidRequestInputs in;
@@ -91,8 +78,8 @@ json buildBidRequest(const BidRequestInputs& in) {
 
     json device = json::object();
     device["device_size"] = metrics;
-    device["h"] = leadingInteger(first);
-    device["w"] = leadingInteger(second);
+    device["h"] = platform::leadingInteger(first);
+    device["w"] = platform::leadingInteger(second);
     device["language"] = recordText(r, "Langauge");
     device["open_udid"] = recordText(r, "DeviceMac");
     device["make"] = "apple";

@@ -53,7 +53,4 @@ void completeBidRequest(const platform::HttpResponse& response, const LoadComple
 /// another shape is a response without bids.
 std::vector<QVBidModelPtr> bidsFromResponse(const nlohmann::json* document);
 
-/// The leading integer of a text (blanks, a sign, digits), 0 when there is none.
-std::int64_t leadingInteger(const std::string& text);
-
 }  // namespace quov::network

@@ -1,20 +1,26 @@
 #include <quov/QVRequestHelper.h>
 
+#include <quov/QVDeviceInfo.h>
+#include <quov/QuovAd.h>
+
+#include "device/PrimaryAddress.h"
 #include "network/BidRequest.h"
 #include "network/BidResponse.h"
 #include "network/BidServerBase.h"
+#include "network/Tracking.h"
+#include "network/UrlMacros.h"
 #include "platform/Context.h"
+#include "platform/device/DevicePlatform.h"
 #include "platform/http/HttpClient.h"
+#include "platform/runtime/Crypto.h"
 #include "platform/runtime/Log.h"
 #include "platform/runtime/TaskWorker.h"
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 
 namespace quov {
-namespace {
-
-}  // namespace
 
 void QVRequestHelper::loadAdWithAdId(const std::optional<std::string>&, LoadCompletion completion) {
     // The slot id is deliberately not sent: the server expects "tagid" "0".
@@ -46,6 +52,68 @@ void QVRequestHelper::loadAdWithAdId(const std::optional<std::string>&, LoadComp
                                         finish(std::move(failed));
                                     });
         });
+}
+
+void QVRequestHelper::getURLWithRetry(const std::string& url, std::uint64_t retryTimes,
+                                      TrackingSuccess success, TrackingFailure failure) {
+    network::startTracking(url, retryTimes, std::move(success), std::move(failure));
+}
+
+std::string QVRequestHelper::randomStringWithLength(std::uint64_t length) {
+    static constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    static_assert(sizeof kAlphabet - 1 == 62);
+    // 248 = 4 * 62: bytes at or above it are redrawn, so every index is equally likely.
+    constexpr unsigned kLimit = 248;
+    std::string out;
+    out.reserve(length);
+    std::uint8_t pool[64];
+    std::size_t used = sizeof pool;
+    while (out.size() < length) {
+        if (used == sizeof pool) {
+            platform::randomBytes(pool, sizeof pool);
+            used = 0;
+        }
+        const unsigned b = pool[used++];
+        if (b < kLimit) out += kAlphabet[b % 62];
+    }
+    return out;
+}
+
+std::string QVRequestHelper::formatURL(const std::string& url) {
+    std::string out = url;
+    const QuovAd& ad = QuovAd::shared();
+    // An empty (or absent) identifier leaves its macro for the server to see.
+    if (const auto& imei = ad.IMEI(); imei && !imei->empty()) network::replaceAll(out, "__IMEI__", *imei);
+    if (const auto& oaid = ad.OAID(); oaid && !oaid->empty()) network::replaceAll(out, "__OAID__", *oaid);
+    network::replaceAll(out, "__IDFA__", QVDeviceInfo::getIDFA());
+    network::replaceAll(out, "__MAC__", QVDeviceInfo::getMacAddress());
+    const double now =
+        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    network::replaceAll(out, "__STMS__", network::realText(now));
+    return out;
+}
+
+std::string QVRequestHelper::formatURL(const std::string& url, Size adSize, Point down, double downDate,
+                                       Point up, double upDate) {
+    using network::integerText;
+    std::string out = url;
+    network::replaceAll(out, "__ABS_DOWN_X__", integerText(down.x));
+    network::replaceAll(out, "__ABS_DOWN_Y__", integerText(down.y));
+    // The "up" absolute macros carry the down point, and REL_UP_Y divides the
+    // lift's x: the server was built against exactly these values.
+    network::replaceAll(out, "__ABS_UP_X__", integerText(down.x));
+    network::replaceAll(out, "__ABS_UP_Y__", integerText(down.y));
+    network::replaceAll(out, "__REL_DOWN_X__", integerText(down.x / adSize.width));
+    network::replaceAll(out, "__REL_DOWN_Y__", integerText(down.y / adSize.height));
+    network::replaceAll(out, "__REL_UP_X__", integerText(up.x / adSize.width));
+    network::replaceAll(out, "__REL_UP_Y__", integerText(up.x / adSize.height));
+    network::replaceAll(out, "__CLICK_DOWN_TIME__", network::realText(downDate));
+    network::replaceAll(out, "__CLICK_UP_TIME__", network::realText(upDate));
+    return out;
+}
+
+std::string QVRequestHelper::getIPAddress() {
+    return device::primaryIPv4(*platform::Context::shared().devicePlatform()).value_or(std::string());
 }
 
 }  // namespace quov

@@ -5,13 +5,10 @@
 #include "network/ResponseRule.h"
 #include "platform/Context.h"
 #include "platform/http/HttpClient.h"
-#include "platform/runtime/Crypto.h"
 #include "platform/runtime/Log.h"
-
 
 #include <atomic>
 #include <memory>
-#include <random>
 #include <stdexcept>
 
 namespace quov {
@@ -91,38 +88,17 @@ std::size_t pendingTrackingRequests() { return pendingCount.load(); }
 
 void setTrackingTimeout(std::chrono::milliseconds timeout) { attemptTimeoutMs = timeout.count(); }
 
-}  // namespace network
-
-void QVRequestHelper::getURLWithRetry(const std::string& url, std::uint64_t retryTimes,
-                                      TrackingSuccess success, TrackingFailure failure) {
-    auto chain = std::make_shared<network::Chain>(network::Chain{url, std::move(success), std::move(failure)});
-    ++network::pendingCount;
+void startTracking(const std::string& url, std::uint64_t attempts, TrackingSuccess success,
+                   TrackingFailure failure) {
+    auto chain = std::make_shared<Chain>(Chain{url, std::move(success), std::move(failure)});
+    ++pendingCount;
     try {
-        network::attempt(std::move(chain), retryTimes);
+        attempt(std::move(chain), attempts);
     } catch (...) {
-        --network::pendingCount;
+        --pendingCount;
         throw;
     }
 }
 
-std::string QVRequestHelper::randomStringWithLength(std::uint64_t length) {
-    static constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    static_assert(sizeof kAlphabet - 1 == 62);
-    // 248 = 4 * 62: bytes at or above it are redrawn, so every index is equally likely.
-    constexpr unsigned kLimit = 248;
-    std::string out;
-    out.reserve(length);
-    std::uint8_t pool[64];
-    std::size_t used = sizeof pool;
-    while (out.size() < length) {
-        if (used == sizeof pool) {
-            platform::randomBytes(pool, sizeof pool);
-            used = 0;
-        }
-        const unsigned b = pool[used++];
-        if (b < kLimit) out += kAlphabet[b % 62];
-    }
-    return out;
-}
-
+}  // namespace network
 }  // namespace quov

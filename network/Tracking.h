@@ -1,7 +1,10 @@
 #pragma once
 
+#include <quov/QVRequestHelper.h>
+
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -11,6 +14,11 @@ namespace quov::network {
 /// - . _ ~ ! $ & ' ( ) * + , ; = : @ / ?) as %XX, upper-case. '%' itself is
 /// outside the set, so escapes already present are encoded again.
 std::string percentEncodeQuery(std::string_view text);
+
+/// The tracking chain behind QVRequestHelper::getURLWithRetry: up to attempts
+/// GETs of url, counted in pendingTrackingRequests until its last callback.
+void startTracking(const std::string& url, std::uint64_t attempts, TrackingSuccess success,
+                   TrackingFailure failure);
 
 /// Tracking calls (getURLWithRetry) whose final callback has not yet run,
 /// retries still to come included. Any thread.

@@ -1,29 +1,22 @@
 #include "network/UrlMacros.h"
 
-#include <quov/QVDeviceInfo.h>
-#include <quov/QVRequestHelper.h>
-#include <quov/QuovAd.h>
+#include "platform/runtime/Text.h"
 
 #include <charconv>
-#include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 
-namespace quov {
-namespace network {
+namespace quov::network {
 
 std::string integerText(double value) {
     if (!std::isfinite(value)) return "0";
     constexpr double kFloatMax = std::numeric_limits<float>::max();
+    // Past float's range the conversion below would be undefined.
     if (value >= kFloatMax) return std::to_string(std::numeric_limits<std::int64_t>::max());
     if (value <= -kFloatMax) return std::to_string(std::numeric_limits<std::int64_t>::min());
     // The server expects the coarse form: single precision first, then the integer part.
-    const float f = static_cast<float>(value);
-    if (f >= 9223372036854775808.0f) return std::to_string(std::numeric_limits<std::int64_t>::max());
-    if (f < -9223372036854775808.0f) return std::to_string(std::numeric_limits<std::int64_t>::min());
-    return std::to_string(static_cast<std::int64_t>(f));
+    return std::to_string(platform::saturatingInt64(static_cast<float>(value)));
 }
 
 std::string realText(double value) {
@@ -52,39 +45,4 @@ void replaceAll(std::string& text, std::string_view macro, std::string_view valu
     text = std::move(out);
 }
 
-}  // namespace network
-
-std::string QVRequestHelper::formatURL(const std::string& url) {
-    std::string out = url;
-    const QuovAd& ad = QuovAd::shared();
-    // An empty (or absent) identifier leaves its macro for the server to see.
-    if (const auto& imei = ad.IMEI(); imei && !imei->empty()) network::replaceAll(out, "__IMEI__", *imei);
-    if (const auto& oaid = ad.OAID(); oaid && !oaid->empty()) network::replaceAll(out, "__OAID__", *oaid);
-    network::replaceAll(out, "__IDFA__", QVDeviceInfo::getIDFA());
-    network::replaceAll(out, "__MAC__", QVDeviceInfo::getMacAddress());
-    const double now =
-        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-    network::replaceAll(out, "__STMS__", network::realText(now));
-    return out;
-}
-
-std::string QVRequestHelper::formatURL(const std::string& url, Size adSize, Point down, double downDate,
-                                       Point up, double upDate) {
-    using network::integerText;
-    std::string out = url;
-    network::replaceAll(out, "__ABS_DOWN_X__", integerText(down.x));
-    network::replaceAll(out, "__ABS_DOWN_Y__", integerText(down.y));
-    // The "up" absolute macros carry the down point, and REL_UP_Y divides the
-    // lift's x: the server was built against exactly these values.
-    network::replaceAll(out, "__ABS_UP_X__", integerText(down.x));
-    network::replaceAll(out, "__ABS_UP_Y__", integerText(down.y));
-    network::replaceAll(out, "__REL_DOWN_X__", integerText(down.x / adSize.width));
-    network::replaceAll(out, "__REL_DOWN_Y__", integerText(down.y / adSize.height));
-    network::replaceAll(out, "__REL_UP_X__", integerText(up.x / adSize.width));
-    network::replaceAll(out, "__REL_UP_Y__", integerText(up.x / adSize.height));
-    network::replaceAll(out, "__CLICK_DOWN_TIME__", network::realText(downDate));
-    network::replaceAll(out, "__CLICK_UP_TIME__", network::realText(upDate));
-    return out;
-}
-
-}  // namespace quov
+}  // namespace quov::network

@@ -33,6 +33,7 @@ Context::~Context() {
     http_.reset();
     frameSurface_.reset();
     application_.reset();
+    opener_.reset();
 }
 
 void Context::shutDown() {
@@ -42,6 +43,7 @@ void Context::shutDown() {
     if (tasks_) tasks_->shutDown();
     if (images_) images_->shutDown();
     if (http_) http_->shutDown();
+    if (opener_) opener_->shutDown();
 }
 
 std::shared_ptr<LinuxDevicePlatform> Context::linuxDevice() {
@@ -73,10 +75,19 @@ Application& Context::application() {
     if (!application_) {
         auto app = std::make_unique<Application>(loop_);
         connectDevicePlatform(*app, linuxDevice());
-        app->setURLOpener(makeProgramURLOpener("xdg-open", loop_));
+        opener_ = std::make_shared<ProgramURLOpener>("xdg-open", loop_);
+        if (shutDown_) opener_->shutDown();
+        app->setURLOpener(urlOpenerFor(opener_));
         application_ = std::move(app);
     }
     return *application_;
+}
+
+void Context::setURLOpenerProgram(std::string program) {
+    std::lock_guard lock(mutex_);
+    Application& app = application();
+    opener_->setProgram(std::move(program));
+    app.setURLOpener(urlOpenerFor(opener_));
 }
 
 FrameSurface& Context::frameSurface() {

@@ -19,6 +19,7 @@ class FrameSurface;
 class HttpClient;
 class ImageLoader;
 class LinuxDevicePlatform;
+class ProgramURLOpener;
 class TaskWorker;
 
 /// The one wiring point: creates and owns the platform pieces the SDK runs on.
@@ -28,9 +29,9 @@ class TaskWorker;
 /// connected), the HTTP worker, the image loader on it, the task worker for CPU
 /// work, and last the parts registered from outside the core (the SDL backend).
 /// Shutdown (shutDown(), or the destructor) runs the other way: registered parts
-/// go first, then the task worker, the image loader and the HTTP worker are
-/// stopped and joined, in that order. Stopped workers are kept, so a late send
-/// fails once instead of reaching freed memory.
+/// go first, then the task worker, the image loader, the HTTP worker and the URL
+/// opener's worker are stopped and joined, in that order. Stopped workers are
+/// kept, so a late send fails once instead of reaching freed memory.
 ///
 /// The accessors are safe from any thread; the pieces keep their own threading
 /// rules (the Application belongs on the main thread).
@@ -54,6 +55,9 @@ public:
     Application& application();
     /// The host-rendered surface on application().
     FrameSurface& frameSurface();
+    /// Runs program to open URLs from now on (see ProgramURLOpener), in place of
+    /// whatever opener application() had.
+    void setURLOpenerProgram(std::string program);
 
     /// The Linux platform that the host configures (bundle, identifiers, screen).
     std::shared_ptr<LinuxDevicePlatform> linuxDevice();
@@ -119,6 +123,7 @@ private:
     std::shared_ptr<LinuxDevicePlatform> linuxDevice_;
     std::shared_ptr<const DevicePlatform> deviceReplacement_;
     std::optional<std::string> serviceBase_;
+    std::shared_ptr<ProgramURLOpener> opener_;  // shared with application_'s opener
     std::unique_ptr<Application> application_;
     std::unique_ptr<FrameSurface> frameSurface_;
     std::unique_ptr<HttpClient> http_;

@@ -54,8 +54,6 @@ std::shared_ptr<QVAdView> QVAdView::initWithFrame(Rect frame, QVAdViewEnvironmen
 QVAdView::QVAdView(Rect frame, QVAdViewEnvironment environment)
     : View(frame), environment_(std::move(environment)) {}
 
-QVAdView::~QVAdView() { app().defaultCenter().removeObserver(this); }
-
 platform::Application& QVAdView::app() const {
     return environment_.application ? *environment_.application : platform::Context::shared().application();
 }
@@ -118,12 +116,12 @@ void QVAdView::construct() {
     const auto rebuild = [weak](const platform::Notification& n) {
         if (auto view = weak.lock()) view->deviceOrientationDidChange(n);
     };
-    application.defaultCenter().addObserver(this, rebuild,
-                                            std::string(platform::UIDeviceOrientationDidChangeNotification));
+    orientationChanges_ = application.defaultCenter().addObserver(
+        rebuild, std::string(platform::UIDeviceOrientationDidChangeNotification));
     // The layout is made from the screen's size, so any resize (a smaller window,
     // leaving fullscreen) needs it made again, not only a flip.
-    application.defaultCenter().addObserver(this, rebuild,
-                                            std::string(platform::QuovMainScreenDidChangeNotification));
+    screenChanges_ = application.defaultCenter().addObserver(
+        rebuild, std::string(platform::QuovMainScreenDidChangeNotification));
 }
 
 void QVAdView::deviceOrientationDidChange(const platform::Notification&) {

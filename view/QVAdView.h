@@ -54,7 +54,6 @@ public:
     static std::shared_ptr<QVAdView> initWithFrame(Rect frame, QVAdViewEnvironment environment = {});
 
     explicit QVAdView(Rect frame, QVAdViewEnvironment environment);
-    ~QVAdView() override;  // stops observing orientation changes
 
     /// Rebuilds the layout; the observer action of orientation changes.
     void deviceOrientationDidChange(const platform::Notification& notification);
@@ -112,6 +111,8 @@ private:
     BidCallback onAdClicked_;
     BidCallback onAdClosed_;
     QVBidModelPtr bid_;
+    platform::NotificationCenter::Subscription orientationChanges_;
+    platform::NotificationCenter::Subscription screenChanges_;
 };
 
 }  // namespace quov

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace quov::platform {
+
+/// The longest URL downloaded or handed to another program: far beyond any real
+/// landing page or image address, well below the kernel's argument limits.
+inline constexpr std::size_t kMaxURLBytes = 32 * 1024;
 
 /// The lower-cased scheme of `text` when it reads as an absolute URL, else nothing.
 /// Strict on purpose, because what passes goes to a downloader or to another program:

@@ -17,8 +17,6 @@
 namespace quov::platform {
 namespace {
 
-constexpr std::size_t kMaxURLBytes = 32 * 1024;
-
 bool downloadable(const std::optional<std::string>& url) {
     if (!url || url->empty() || url->size() > kMaxURLBytes) return false;
     const auto scheme = absoluteURLScheme(*url);

@@ -1,14 +1,14 @@
 #include "platform/opener/UrlOpener.h"
 
-#include "platform/runtime/Log.h"
 #include "platform/http/UrlSyntax.h"
+#include "platform/runtime/Fd.h"
+#include "platform/runtime/Log.h"
 #include "platform/runtime/Text.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,9 +30,6 @@ namespace quov::platform {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// Far beyond any real landing page, well below the kernel's argument limits.
-constexpr std::size_t kMaxURLBytes = 32 * 1024;
 
 // Schemes that resolve to local files, inline content, browser internals or
 // remote mounts: never opened, not even when a host registers them.
@@ -77,10 +74,15 @@ std::optional<std::string> refusal(const std::optional<std::string>& url) {
     return std::nullopt;
 }
 
-void answer(MainLoop& loop, URLOpenCompletion completion, bool opened) {
-    loop.post([completion = std::move(completion), opened] {
-        if (completion) completion(opened);
-    });
+// Never throws: a completion that cannot be posted (no memory) is dropped rather
+// than taking the worker down.
+void answer(MainLoop& loop, URLOpenCompletion completion, bool opened) noexcept {
+    try {
+        loop.post([completion = std::move(completion), opened] {
+            if (completion) completion(opened);
+        });
+    } catch (...) {
+    }
 }
 
 class FileActions {
@@ -171,7 +173,7 @@ int pidfdOpen(pid_t pid) {
 
 struct Child {
     pid_t pid = -1;
-    int pidfd = -1;  // wakes the worker on exit; -1 where the kernel has none
+    UniqueFd pidfd;  // wakes the worker on exit; none where the kernel has none
     Clock::time_point deadline;
     URLOpenCompletion completion;
     bool answered = false;
@@ -182,29 +184,40 @@ struct Request {
     URLOpenCompletion completion;
 };
 
+}  // namespace
+
 // Spawns and watches children on a worker that lives only while there is work, so
-// an idle opener costs no thread and a dropped one leaves nothing running.
-class Spawner : public std::enable_shared_from_this<Spawner> {
+// an idle opener costs no thread.
+class ProgramURLOpener::Spawner {
 public:
     Spawner(std::string program, MainLoop& loop, std::chrono::milliseconds patience)
-        : program_(std::move(program)), loop_(loop), patience_(patience) {
-        wakeFd_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-        if (wakeFd_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
-    ~Spawner() { ::close(wakeFd_); }
+        : loop_(loop), patience_(patience), program_(std::move(program)) {}
+    ~Spawner() { shutDown(); }
     Spawner(const Spawner&) = delete;
     Spawner& operator=(const Spawner&) = delete;
 
+    void setProgram(std::string program) {
+        std::lock_guard lock(mutex_);
+        program_ = std::move(program);
+    }
+
     void submit(std::string url, URLOpenCompletion completion) {
         std::unique_lock lock(mutex_);
+        if (stopped_) {
+            lock.unlock();
+            answer(loop_, std::move(completion), false);
+            return;
+        }
         queue_.push_back({std::move(url), std::move(completion)});
         if (running_) {
             lock.unlock();
-            wake();
+            wake_.signal();
             return;
         }
         try {
-            std::thread([self = shared_from_this()] { self->run(); }).detach();
+            // The previous worker has already left its loop: this join is immediate.
+            if (thread_.joinable()) thread_.join();
+            thread_ = std::jthread([this](std::stop_token stop) { run(stop); });
             running_ = true;
         } catch (const std::system_error&) {
             Request request = std::move(queue_.back());
@@ -214,39 +227,86 @@ public:
         }
     }
 
-private:
-    void wake() {
-        const std::uint64_t one = 1;
-        while (::write(wakeFd_, &one, sizeof one) < 0 && errno == EINTR) {}
+    void shutDown() {
+        std::jthread worker;
+        {
+            std::lock_guard lock(mutex_);
+            stopped_ = true;
+            worker = std::move(thread_);
+        }
+        if (!worker.joinable()) return;
+        worker.request_stop();
+        wake_.signal();
+        worker.join();
     }
 
-    void run() {
+private:
+    void run(std::stop_token stop) {
         std::vector<Child> children;
-        for (;;) {
-            std::deque<Request> batch;
+        try {
+            for (;;) {
+                std::deque<Request> batch;
+                std::string program;
+                {
+                    std::lock_guard lock(mutex_);
+                    if (stop.stop_requested()) {
+                        running_ = false;
+                        break;
+                    }
+                    if (queue_.empty() && children.empty()) {
+                        running_ = false;
+                        return;
+                    }
+                    batch.swap(queue_);
+                    program = program_;
+                }
+                for (auto& request : batch) {
+                    try {
+                        start(program, request, children);
+                    } catch (...) {
+                        // The request fails; the worker and the other requests go on.
+                        if (request.completion) answer(loop_, std::move(request.completion), false);
+                    }
+                }
+                reap(children);
+                if (!children.empty()) sleep(children);
+            }
+        } catch (...) {
+            // Nothing left to watch with: every pending request fails, once.
+            std::deque<Request> rest;
             {
                 std::lock_guard lock(mutex_);
-                if (queue_.empty() && children.empty()) {
-                    running_ = false;
-                    return;
-                }
-                batch.swap(queue_);
+                rest.swap(queue_);
+                running_ = false;
             }
-            for (auto& request : batch) start(request, children);
-            reap(children);
-            if (!children.empty()) sleep(children);
+            for (auto& child : children)
+                if (!child.answered) settle(child, false);
+            for (auto& request : rest) answer(loop_, std::move(request.completion), false);
+            return;
         }
+        // Stopped: the children that already exited answer as they exited; the
+        // ones still running started, so they count as opened and are left to run.
+        reap(children);
+        for (auto& child : children)
+            if (!child.answered) settle(child, true);
+        std::deque<Request> rest;
+        {
+            std::lock_guard lock(mutex_);
+            rest.swap(queue_);
+        }
+        for (auto& request : rest) answer(loop_, std::move(request.completion), false);
     }
 
-    void start(Request& request, std::vector<Child>& children) {
-        const pid_t pid = spawnOpener(program_, request.url);
+    void start(const std::string& program, Request& request, std::vector<Child>& children) {
+        children.reserve(children.size() + 1);  // nothing may throw once the completion moves
+        const pid_t pid = spawnOpener(program, request.url);
         if (pid < 0) {
             answer(loop_, std::move(request.completion), false);
             return;
         }
         Child child;
         child.pid = pid;
-        child.pidfd = pidfdOpen(pid);
+        child.pidfd.reset(pidfdOpen(pid));
         child.deadline = Clock::now() + patience_;
         child.completion = std::move(request.completion);
         children.push_back(std::move(child));
@@ -270,7 +330,6 @@ private:
             // status is lost, and a program that started counts as opened.
             const bool opened = r < 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0);
             if (!it->answered) settle(*it, opened);
-            if (it->pidfd >= 0) ::close(it->pidfd);
             it = children.erase(it);
         }
     }
@@ -281,12 +340,12 @@ private:
     }
 
     void sleep(const std::vector<Child>& children) {
-        std::vector<pollfd> fds{{wakeFd_, POLLIN, 0}};
+        std::vector<pollfd> fds{{wake_.fd(), POLLIN, 0}};
         auto timeout = std::chrono::milliseconds::max();
         const auto now = Clock::now();
         for (const auto& child : children) {
-            if (child.pidfd >= 0)
-                fds.push_back({child.pidfd, POLLIN, 0});
+            if (child.pidfd)
+                fds.push_back({child.pidfd.get(), POLLIN, 0});
             else
                 timeout = std::min(timeout, std::chrono::milliseconds(50));
             if (!child.answered)
@@ -297,23 +356,20 @@ private:
         const int ms = timeout == std::chrono::milliseconds::max()
                            ? -1
                            : static_cast<int>(std::min<std::int64_t>(timeout.count(), 1 << 30));
-        if (::poll(fds.data(), fds.size(), ms) > 0 && (fds[0].revents & POLLIN)) {
-            std::uint64_t value;
-            while (::read(wakeFd_, &value, sizeof value) < 0 && errno == EINTR) {}
-        }
+        if (::poll(fds.data(), fds.size(), ms) > 0 && (fds[0].revents & POLLIN)) wake_.drain();
     }
 
-    const std::string program_;
     MainLoop& loop_;
     const std::chrono::milliseconds patience_;
-    int wakeFd_ = -1;
+    const EventSignal wake_;
 
     std::mutex mutex_;
+    std::string program_;
     std::deque<Request> queue_;
     bool running_ = false;
+    bool stopped_ = false;
+    std::jthread thread_;  // last: joined before the rest goes
 };
-
-}  // namespace
 
 std::vector<std::string> setAllowedURLSchemes(const std::vector<std::string>& schemes) {
     std::vector<std::string> kept, refused;
@@ -334,17 +390,32 @@ std::vector<std::string> setAllowedURLSchemes(const std::vector<std::string>& sc
     return refused;
 }
 
-URLOpener makeProgramURLOpener(std::string program, MainLoop& loop,
-                               std::chrono::milliseconds patience) {
-    auto spawner = std::make_shared<Spawner>(std::move(program), loop, patience);
-    return [spawner, &loop](const std::optional<std::string>& url, URLOpenCompletion completion) {
-        if (const auto why = refusal(url)) {
-            QVDebug("URL opener refused %@: %@", orNull(url), *why);
-            answer(loop, std::move(completion), false);
-            return;
-        }
-        spawner->submit(*url, std::move(completion));
+ProgramURLOpener::ProgramURLOpener(std::string program, MainLoop& loop, std::chrono::milliseconds patience)
+    : loop_(loop), spawner_(std::make_unique<Spawner>(std::move(program), loop, patience)) {}
+
+ProgramURLOpener::~ProgramURLOpener() = default;
+
+void ProgramURLOpener::open(const std::optional<std::string>& url, URLOpenCompletion completion) {
+    if (const auto why = refusal(url)) {
+        QVDebug("URL opener refused %@: %@", orNull(url), *why);
+        answer(loop_, std::move(completion), false);
+        return;
+    }
+    spawner_->submit(*url, std::move(completion));
+}
+
+void ProgramURLOpener::setProgram(std::string program) { spawner_->setProgram(std::move(program)); }
+
+void ProgramURLOpener::shutDown() { spawner_->shutDown(); }
+
+URLOpener urlOpenerFor(std::shared_ptr<ProgramURLOpener> opener) {
+    return [opener = std::move(opener)](const std::optional<std::string>& url, URLOpenCompletion completion) {
+        opener->open(url, std::move(completion));
     };
+}
+
+URLOpener makeProgramURLOpener(std::string program, MainLoop& loop, std::chrono::milliseconds patience) {
+    return urlOpenerFor(std::make_shared<ProgramURLOpener>(std::move(program), loop, patience));
 }
 
 }  // namespace quov::platform

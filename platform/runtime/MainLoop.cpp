@@ -1,16 +1,12 @@
 #include <quov/MainLoop.h>
 
-#include <sys/eventfd.h>
+#include "platform/runtime/Fd.h"
+
 #include <poll.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
-#include <cstdint>
 #include <deque>
 #include <mutex>
-#include <stdexcept>
-#include <system_error>
 #include <thread>
 
 namespace quov {
@@ -18,18 +14,8 @@ namespace quov {
 struct MainLoop::State {
     mutable std::mutex mutex;
     std::deque<Task> tasks;
-    int fd = -1;
+    platform::EventSignal wake;
     std::atomic<std::thread::id> drainer{};
-
-    void signal() const {
-        const std::uint64_t one = 1;
-        // EAGAIN only when the counter is saturated, which still leaves it readable.
-        while (::write(fd, &one, sizeof one) < 0 && errno == EINTR) {}
-    }
-    void reset() const {
-        std::uint64_t value = 0;
-        while (::read(fd, &value, sizeof value) < 0 && errno == EINTR) {}
-    }
 };
 
 MainLoop& MainLoop::shared() {
@@ -37,18 +23,9 @@ MainLoop& MainLoop::shared() {
     return *loop;
 }
 
-MainLoop::MainLoop() : state_(new State) {
-    state_->fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    if (state_->fd < 0) {
-        delete state_;
-        throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
-}
+MainLoop::MainLoop() : state_(new State) {}
 
-MainLoop::~MainLoop() {
-    ::close(state_->fd);
-    delete state_;
-}
+MainLoop::~MainLoop() { delete state_; }
 
 void MainLoop::post(Task task) {
     bool wasEmpty;
@@ -59,14 +36,14 @@ void MainLoop::post(Task task) {
     }
     // A non-empty queue is already signalled: by the post that filled it, or by
     // drain(), which takes everything after its reset and re-signals leftovers.
-    if (wasEmpty) state_->signal();
+    if (wasEmpty) state_->wake.signal();
 }
 
 std::size_t MainLoop::drain() {
     state_->drainer.store(std::this_thread::get_id(), std::memory_order_relaxed);
     // Reset before taking the batch: a post racing with us signals again after
     // this read, so the fd never reads empty while a task waits.
-    state_->reset();
+    state_->wake.drain();
     std::deque<Task> batch;
     {
         std::lock_guard lock(state_->mutex);
@@ -83,13 +60,13 @@ std::size_t MainLoop::drain() {
             std::lock_guard lock(state_->mutex);
             for (auto it = batch.rbegin(); it != batch.rend(); ++it)
                 state_->tasks.push_front(std::move(*it));
-            if (!state_->tasks.empty()) state_->signal();
+            if (!state_->tasks.empty()) state_->wake.signal();
             throw;
         }
         ++ran;
     }
     std::lock_guard lock(state_->mutex);
-    if (!state_->tasks.empty()) state_->signal();
+    if (!state_->tasks.empty()) state_->wake.signal();
     return ran;
 }
 
@@ -98,7 +75,7 @@ bool MainLoop::onDrainingThread() const {
     return drainer == std::thread::id() || drainer == std::this_thread::get_id();
 }
 
-int MainLoop::fd() const { return state_->fd; }
+int MainLoop::fd() const { return state_->wake.fd(); }
 
 std::size_t MainLoop::pending() const {
     std::lock_guard lock(state_->mutex);
@@ -114,7 +91,7 @@ bool MainLoop::runUntil(const std::function<bool()>& done, std::chrono::millisec
         const auto now = Clock::now();
         if (now >= deadline) return false;
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
-        pollfd p{state_->fd, POLLIN, 0};
+        pollfd p{state_->wake.fd(), POLLIN, 0};
         ::poll(&p, 1, static_cast<int>(left > 1000 ? 1000 : left));
     }
 }

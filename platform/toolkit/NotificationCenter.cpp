@@ -4,37 +4,36 @@
 
 namespace quov::platform {
 
-void NotificationCenter::addObserver(const void* observer, Handler handler, std::string name,
-                                     const void* object) {
-    if (!handler) return;
-    entries_.push_back(std::make_shared<Entry>(
-        Entry{observer, std::move(handler), std::move(name), object}));
+// The center keeps the only strong reference: an ended entry is marked, and
+// dropped at the next add or post, so a post's snapshot never dangles.
+void NotificationCenter::Subscription::reset() {
+    if (auto entry = entry_.lock()) entry->removed = true;
+    entry_.reset();
 }
 
-void NotificationCenter::removeObserver(const void* observer) {
-    std::erase_if(entries_, [observer](const auto& e) {
-        if (e->observer != observer) return false;
-        e->removed = true;
-        return true;
-    });
-}
-
-void NotificationCenter::removeObserver(const void* observer, std::string_view name) {
-    std::erase_if(entries_, [observer, name](const auto& e) {
-        if (e->observer != observer || e->name != name) return false;
-        e->removed = true;
-        return true;
-    });
+NotificationCenter::Subscription NotificationCenter::addObserver(Handler handler, std::string name,
+                                                                 const void* object) {
+    if (!handler) return {};
+    std::erase_if(entries_, [](const auto& e) { return e->removed; });
+    auto entry = std::make_shared<Entry>(Entry{std::move(handler), std::move(name), object});
+    entries_.push_back(entry);
+    return Subscription(entry);
 }
 
 void NotificationCenter::postNotificationName(std::string_view name, const void* object) {
+    std::erase_if(entries_, [](const auto& e) { return e->removed; });
     const Notification note{std::string(name), object};
     const auto snapshot = entries_;
     for (const auto& e : snapshot) {
         if (e->removed || e->name != name || (e->object && e->object != object)) continue;
-        const Handler handler = e->handler;  // the entry may be removed inside
+        const Handler handler = e->handler;  // the entry may be ended inside
         handler(note);
     }
+}
+
+std::size_t NotificationCenter::observerCount() const {
+    return static_cast<std::size_t>(
+        std::count_if(entries_.begin(), entries_.end(), [](const auto& e) { return !e->removed; }));
 }
 
 }  // namespace quov::platform

@@ -19,29 +19,58 @@ struct Notification {
     const void* object = nullptr;
 };
 
-/// Synchronous notifications on the main thread. Observers are identified by an
-/// address (usually `this`) and must remove themselves before they die.
+/// Synchronous notifications on the main thread. Each registration lasts as long
+/// as the Subscription it returned, which its observer keeps as a member: an
+/// observer can neither outlive its registration nor forget to end it.
 class NotificationCenter {
+    struct Entry;
+
 public:
     using Handler = std::function<void(const Notification&)>;
 
-    /// object null: from any sender.
-    void addObserver(const void* observer, Handler handler, std::string name,
-                     const void* object = nullptr);
-    /// Every registration of observer.
-    void removeObserver(const void* observer);
-    void removeObserver(const void* observer, std::string_view name);
+    /// One registration; ends when destroyed, reset or assigned over, also while a
+    /// post runs. Safe to outlive the center. Move-only; main thread.
+    class Subscription {
+    public:
+        Subscription() = default;
+        ~Subscription() { reset(); }
+        Subscription(Subscription&&) noexcept = default;
+        Subscription& operator=(Subscription&& other) noexcept {
+            if (this != &other) {
+                reset();
+                entry_ = std::move(other.entry_);
+            }
+            return *this;
+        }
+        Subscription(const Subscription&) = delete;
+        Subscription& operator=(const Subscription&) = delete;
+
+        void reset();
+        /// Whether it still receives: registered, and neither ended nor orphaned.
+        bool active() const { return !entry_.expired(); }
+
+    private:
+        friend class NotificationCenter;
+        explicit Subscription(std::weak_ptr<Entry> entry) : entry_(std::move(entry)) {}
+        std::weak_ptr<Entry> entry_;
+    };
+
+    NotificationCenter() = default;
+    NotificationCenter(const NotificationCenter&) = delete;
+    NotificationCenter& operator=(const NotificationCenter&) = delete;
+
+    /// object null: from any sender. An empty handler registers nothing.
+    [[nodiscard]] Subscription addObserver(Handler handler, std::string name, const void* object = nullptr);
 
     /// Calls the matching handlers in registration order before returning. A
-    /// handler removed by an earlier one in the same post is not called; one added
+    /// handler ended by an earlier one in the same post is not called; one added
     /// during the post is called from the next post on.
     void postNotificationName(std::string_view name, const void* object = nullptr);
 
-    std::size_t observerCount() const { return entries_.size(); }
+    std::size_t observerCount() const;
 
 private:
     struct Entry {
-        const void* observer;
         Handler handler;
         std::string name;
         const void* object;

@@ -13,13 +13,11 @@ using namespace quov;
 using namespace quov::platform;
 
 struct OrientationCounter {
-    Application& app;
     int posts = 0;
-    explicit OrientationCounter(Application& a) : app(a) {
-        app.defaultCenter().addObserver(this, [this](const Notification&) { ++posts; },
-                                        std::string(UIDeviceOrientationDidChangeNotification));
-    }
-    ~OrientationCounter() { app.defaultCenter().removeObserver(this); }
+    NotificationCenter::Subscription subscription;
+    explicit OrientationCounter(Application& app)
+        : subscription(app.defaultCenter().addObserver([this](const Notification&) { ++posts; },
+                                                       std::string(UIDeviceOrientationDidChangeNotification))) {}
 };
 
 TEST(Orientation, OnlyWhileGeneratingAndOnTheHostsWord) {
@@ -63,23 +61,32 @@ TEST(Orientation, TheKeyWindowAndTheDeviceLayerFollowTheScreen) {
     EXPECT_EQ(device->applicationState(), static_cast<int>(ApplicationState::Background));
 }
 
-TEST(NotificationCenterTest, RemovalDuringAPostAndSenderFilters) {
+TEST(NotificationCenterTest, SubscriptionsEndedDuringAPostAndSenderFilters) {
     NotificationCenter center;
     std::vector<std::string> calls;
-    int a = 0, b = 0, c = 0, sender = 0, otherSender = 0;
-    center.addObserver(&a, [&](const Notification&) {
+    int sender = 0, otherSender = 0;
+    NotificationCenter::Subscription a, b, c, onlySender;
+    a = center.addObserver([&](const Notification&) {
         calls.push_back("a");
-        center.removeObserver(&b);  // b must not be called in this post
-        center.addObserver(&c, [&](const Notification&) { calls.push_back("c"); }, "n");
+        b.reset();  // b must not be called in this post
+        c = center.addObserver([&](const Notification&) { calls.push_back("c"); }, "n");
     }, "n");
-    center.addObserver(&b, [&](const Notification&) { calls.push_back("b"); }, "n");
-    center.addObserver(&sender, [&](const Notification&) { calls.push_back("only-sender"); }, "n", &sender);
+    b = center.addObserver([&](const Notification&) { calls.push_back("b"); }, "n");
+    onlySender = center.addObserver([&](const Notification&) { calls.push_back("only-sender"); }, "n", &sender);
     center.postNotificationName("n", &otherSender);
     EXPECT_EQ(calls, (std::vector<std::string>{"a"}));
     calls.clear();
-    center.removeObserver(&a, "n");
+    {
+        const NotificationCenter::Subscription gone = std::move(a);  // ends with its last owner
+    }
     center.postNotificationName("n", &sender);
     EXPECT_EQ(calls, (std::vector<std::string>{"only-sender", "c"}));
+
+    // A subscription may outlive its center.
+    auto shortLived = std::make_unique<NotificationCenter>();
+    NotificationCenter::Subscription orphan = shortLived->addObserver([](const Notification&) {}, "n");
+    shortLived.reset();
+    EXPECT_FALSE(orphan.active());
 }
 
 TEST(OpenURL, AnswersExactlyOnceOnTheMainLoopAfterTheCallReturns) {

@@ -244,8 +244,8 @@ TEST(SdlInput, AResizeThatFlipsTheWindowPostsTheOrientationNotification) {
     Rig rig(375, 812);
     rig.app.beginGeneratingDeviceOrientationNotifications();
     int posts = 0;
-    rig.app.defaultCenter().addObserver(&posts, [&](const Notification&) { ++posts; },
-                                        std::string(UIDeviceOrientationDidChangeNotification));
+    const auto subscription = rig.app.defaultCenter().addObserver(
+        [&](const Notification&) { ++posts; }, std::string(UIDeviceOrientationDidChangeNotification));
     rig.pumpWindowEvents();
     // Each from the size before; a square counts as landscape.
     const std::tuple<int, int, int> resizes[] = {{400, 900, 0},  {812, 375, 1}, {1920, 1080, 0},
@@ -257,7 +257,6 @@ TEST(SdlInput, AResizeThatFlipsTheWindowPostsTheOrientationNotification) {
         EXPECT_EQ(posts - before, flips) << w << "x" << h;
         EXPECT_EQ(rig.window()->frame().size, (Size{double(w), double(h)}));
     }
-    rig.app.defaultCenter().removeObserver(&posts);
 }
 
 TEST(ResourceBundleTest, TheCloseIconIsFoundAndDecoded) {

@@ -1,3 +1,4 @@
+#include "platform/Context.h"
 #include "platform/toolkit/Application.h"
 #include "platform/opener/UrlOpener.h"
 #include "view/QVAdView.h"
@@ -7,6 +8,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -214,6 +216,26 @@ TEST_F(UrlOpenerTest, ChildStillRunningAfterPatienceCountsAsOpenedAndIsReapedLat
         if (!(gone = ::kill(pid, 0) != 0 && errno == ESRCH)) ::usleep(10000);
     EXPECT_TRUE(gone) << "child " << pid << " left as a zombie";
     EXPECT_FALSE(openAll(opener, {"myapp://fail"})[0]) << "the opener works after going idle";
+}
+
+TEST_F(UrlOpenerTest, ShutDownAnswersWhatIsPendingAndOpensNothingAfter) {
+    quov::platform::Context context(loop_);
+    context.setURLOpenerProgram(script_);
+    quov::platform::Application& app = context.application();
+    std::vector<bool> answers;
+    app.openURL(std::string("https://example.com/hold"), [&](bool opened) { answers.push_back(opened); });
+    ASSERT_TRUE(loop_.runUntil([&] { return fs::exists(dir_ / "held"); }, 20s));
+
+    context.shutDown();  // returns though the child still runs
+    app.openURL(std::string("https://example.com/after"), [&](bool opened) { answers.push_back(opened); });
+    EXPECT_TRUE(loop_.runUntil([&] { return answers.size() == 2; }, 20s));
+    EXPECT_EQ(answers, (std::vector<bool>{true, false})) << "a started child counts as opened";
+    EXPECT_EQ(slurp(dir_ / "calls"), "https://example.com/hold\n");
+
+    // Left to run and to whoever reaps: here, the test.
+    const pid_t pid = std::stoi(slurp(dir_ / "held"));
+    std::ofstream(dir_ / "release");
+    EXPECT_EQ(::waitpid(pid, nullptr, 0), pid);
 }
 
 }  // namespace
