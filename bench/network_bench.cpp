@@ -11,6 +11,7 @@
 #include <quov/QuovHost.h>
 
 #include "network/BidRequest.h"
+#include "tests/support/ListenBacklog.h"
 #include "platform/Context.h"
 #include "network/BidServerBase.h"
 #include "network/ResponseRule.h"
@@ -18,9 +19,6 @@
 
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
-// The library allows every tracker of an ad in flight at once; a backlog of 5 would
-// drop connections a real server accepts.
-#define CPPHTTPLIB_LISTEN_BACKLOG 256
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
@@ -65,6 +63,7 @@ public:
         });
         server_.Get("/imp", [](const httplib::Request&, httplib::Response& res) { res.status = 200; });
         port_ = server_.bind_to_any_port("127.0.0.1");
+        if (port_ > 0) quov::test::raiseListenBacklog(port_);
         if (port_ <= 0) throw std::runtime_error("bench server: cannot bind");
         thread_ = std::thread([this] { server_.listen_after_bind(); });
         for (int i = 0; i < 10000 && !server_.is_running(); ++i)

@@ -1,4 +1,6 @@
 #include "platform/device/linux_device.h"
+
+#include "platform/runtime/Fd.h"
 #include "platform/runtime/Crypto.h"
 #include "platform/runtime/Text.h"
 
@@ -38,8 +40,9 @@ using Route = RouteEntry;
 constexpr std::size_t kMaxFileBytes = 64 * 1024;
 
 std::optional<std::string> readFile(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return std::nullopt;
+    const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file) return std::nullopt;
+    const int fd = file.get();
     std::string out;
     char buf[4096];
     bool ok = true;
@@ -53,7 +56,6 @@ std::optional<std::string> readFile(const std::string& path) {
         if (n == 0) break;
         out.append(buf, static_cast<std::size_t>(n));
     }
-    ::close(fd);
     if (!ok) return std::nullopt;
     if (out.size() > kMaxFileBytes) out.resize(kMaxFileBytes);
     return out;

@@ -1,8 +1,7 @@
 #include "support/TestServer.h"
 
-// The library allows every tracker of an ad in flight at once; a backlog of 5 would
-// drop connections a real server accepts.
-#define CPPHTTPLIB_LISTEN_BACKLOG 256
+#include "support/ListenBacklog.h"
+
 #include <httplib.h>
 #include <netinet/in.h>
 #include <strings.h>
@@ -89,6 +88,7 @@ TestServer::TestServer() : server_(std::make_unique<httplib::Server>()) {
     server_->Delete(".*", handler);
 
     port_ = server_->bind_to_any_port("127.0.0.1");
+    if (port_ > 0) raiseListenBacklog(port_);
     if (port_ <= 0) throw std::runtime_error("TestServer: cannot bind 127.0.0.1");
     // The socket already listens, so connections made before the loop runs just queue.
     thread_ = std::thread([this] { server_->listen_after_bind(); });

@@ -1,8 +1,5 @@
 #include "tools/bid_server/BidServer.h"
 
-// The library allows every tracker of an ad in flight at once; a backlog of 5 would
-// drop connections a real server accepts.
-#define CPPHTTPLIB_LISTEN_BACKLOG 256
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
