@@ -13,7 +13,6 @@
 
 #include <functional>
 #include <memory>
-#include <regex>
 
 using quov::DeviceInfoRecord;
 using quov::QuovAd;
@@ -36,35 +35,12 @@ const char* const kNoIP = "an error occurred when obtaining ip address";
 
 // ---- model and screen naming ----
 
-TEST_F(FakeDevice, ModelTableNamesEveryIdentifier) {
-    // Every identifier of the table (75 in 53 rows), then some that are not in it.
+TEST_F(FakeDevice, ModelTableNamesIdentifiers) {
+    // Representative rows, the irregular names, and identifiers the table does not hold.
     const std::pair<const char*, const char*> cases[] = {
-        {"iPhone1,1", "iPhone 1G"}, {"iPhone1,2", "iPhone 3G"}, {"iPhone2,1", "iPhone 3GS"},
-        {"iPhone3,1", "iPhone 4"}, {"iPhone3,2", "Verizon iPhone 4"}, {"iPhone4,1", "iPhone 4S"},
-        {"iPhone5,1", "iPhone 5"}, {"iPhone5,2", "iPhone 5"}, {"iPhone5,3", "iPhone 5C"},
-        {"iPhone5,4", "iPhone 5C"}, {"iPhone6,1", "iPhone 5S"}, {"iPhone6,2", "iPhone 5S"},
-        {"iPhone7,1", "iPhone 6 Plus"}, {"iPhone7,2", "iPhone 6"}, {"iPhone8,1", "iPhone 6s"},
-        {"iPhone8,2", "iPhone 6s Plus"}, {"iPhone8,4", "iPhone SE"}, {"iPhone9,1", "iPhone 7"},
-        {"iPhone9,2", "iPhone 7 Plus"}, {"iPhone9,3", "iPhone 7"}, {"iPhone9,4", "iPhone 7 Plus"},
-        {"iPhone10,1", "iPhone 8"}, {"iPhone10,2", "iPhone 8"}, {"iPhone10,4", "iPhone 8"},
-        {"iPhone10,5", "iPhone 8"}, {"iPhone10,3", "iPhone X"}, {"iPhone10,6", "iPhone X"},
-        {"iPhone11,8", "iPhone XR"}, {"iPhone11,2", "iPhone XS"}, {"iPhone11,4", "iPhone XS Max"},
-        {"iPhone11,6", "iPhone XS Max"}, {"iPhone12,1", "iPhone 11"}, {"iPhone12,3", "iPhone 11 Pro"},
-        {"iPhone12,5", "iPhone 11 Pro Max"}, {"iPhone12,8", "iPhone SE (2nd generation)"}, {"iPad1,1", "iPad"},
-        {"iPad2,1", "iPad 2 (WiFi)"}, {"iPad2,2", "iPad 2 (GSM)"}, {"iPad2,3", "iPad 2 (CDMA)"},
-        {"iPad2,4", "iPad 2 (32nm)"}, {"iPad2,5", "iPad mini (WiFi)"}, {"iPad2,6", "iPad mini (GSM)"},
-        {"iPad2,7", "iPad mini (CDMA)"}, {"iPad4,4", "iPad mini 2"}, {"iPad4,5", "iPad mini 2"},
-        {"iPad4,6", "iPad mini 2"}, {"iPad4,7", "iPad mini 3"}, {"iPad4,8", "iPad mini 3"},
-        {"iPad5,1", "iPad mini 4"}, {"iPad5,2", "iPad mini 4"}, {"iPad3,1", "iPad 3(WiFi)"},
-        {"iPad3,2", "iPad 3(CDMA)"}, {"iPad3,3", "iPad 3(4G)"}, {"iPad3,4", "iPad 4 (WiFi)"},
-        {"iPad3,5", "iPad 4 (4G)"}, {"iPad3,6", "iPad 4 (CDMA)"}, {"iPad4,1", "iPad Air"},
-        {"iPad4,2", "iPad Air"}, {"iPad4,3", "iPad Air"}, {"iPad5,3", "iPad Air 2"},
-        {"iPad5,4", "iPad Air 2"}, {"iPad6,3", "iPad Pro (9.7-inch)"}, {"iPad6,4", "iPad Pro (9.7-inch)"},
-        {"iPad6,7", "iPad Pro (12.9-inch)"}, {"iPad6,8", "iPad Pro (12.9-inch)"},
-        {"iPad6,11", "iPad (5th generation)"}, {"iPad6,12", "iPad (5th generation)"},
-        {"iPad7,1", "iPad Pro (12.9-inch, 2nd generation)"}, {"iPad7,2", "iPad Pro (12.9-inch, 2nd generation)"},
-        {"iPad7,3", "iPad Pro (10.5-inch)"}, {"iPad7,4", "iPad Pro (10.5-inch)"},
-        {"iPad7,5", "iPad (6th generation)"}, {"iPad7,6", "iPad (6th generation)"},
+        {"iPhone1,1", "iPhone 1G"}, {"iPhone3,2", "Verizon iPhone 4"}, {"iPhone10,6", "iPhone X"},
+        {"iPhone12,8", "iPhone SE (2nd generation)"}, {"iPad3,1", "iPad 3(WiFi)"}, {"iPad4,6", "iPad mini 2"},
+        {"iPad6,12", "iPad (5th generation)"}, {"iPad7,2", "iPad Pro (12.9-inch, 2nd generation)"},
         {"i386", "Simulator"}, {"x86_64", "Simulator"},
         {"iPhone13,2", "iPhone13,2"}, {"iphone1,1", "iphone1,1"}, {"iPhone1,1 ", "iPhone1,1 "}, {"", ""},
     };
@@ -185,12 +161,6 @@ TEST_F(FakeDevice, IPWalkKeepsTheLastIPv4OfThePrimaryInterface) {
         EXPECT_EQ(QVDeviceInfo::getDeviceIPAdress(), c.address.empty() ? kNoIP : c.address);
         EXPECT_EQ(quov::QVRequestHelper::getIPAddress(), c.address);
     }
-}
-
-TEST_F(FakeDevice, OriginUUIDsAreFreshAndUpperCase) {
-    const std::string a = QVDeviceInfo::originUUID();
-    EXPECT_NE(a, QVDeviceInfo::originUUID());
-    EXPECT_TRUE(std::regex_match(a, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}"))) << a;
 }
 
 // ---- battery, language, bundle ----

@@ -71,35 +71,12 @@ TEST_F(LoadCompletion, DecidesInTheSpecifiedOrder) {
         QuovAdFlow::makeLoadCompletion(ad)(c.bids, c.error);
         EXPECT_EQ(delegate->calls, c.calls);
     }
-}
-
-TEST_F(LoadCompletion, ErrorIsPassedOnUnchanged) {
-    Error custom{"X", -7, std::string("d")};
-    QuovAdFlow::makeLoadCompletion(ad)({bidWithRendering(0)}, custom);
-    ASSERT_EQ(delegate->errors.size(), 1u);
-    EXPECT_EQ(delegate->errors[0], custom);
-    EXPECT_TRUE(presented.empty());
-}
-
-TEST_F(LoadCompletion, EmptyListGivesQappWithoutDescription) {
-    QuovAdFlow::makeLoadCompletion(ad)({}, std::nullopt);
-    ASSERT_EQ(delegate->errors.size(), 1u);
-    EXPECT_EQ(delegate->errors[0].domain, "QAPP");
-    EXPECT_EQ(delegate->errors[0].code, 204);
-    EXPECT_FALSE(delegate->errors[0].description.has_value());
-}
-
-TEST_F(LoadCompletion, FirstBidGoesToTheHostOrTheView) {
-    auto first = bidWithRendering(1, "first");
-    QuovAdFlow::makeLoadCompletion(ad)({first, bidWithRendering(1, "second")}, std::nullopt);
+    // The error goes on unchanged; no bid is "QAPP"/204 with no description; only the first bid is used.
+    EXPECT_EQ(delegate->errors, (std::vector<Error>{networkError, networkError, Error{"QAPP", 204, std::nullopt}}));
     ASSERT_EQ(delegate->fetched.size(), 1u);
-    EXPECT_EQ(delegate->fetched[0], first);
-    EXPECT_TRUE(presented.empty());
-
-    auto shown = bidWithRendering(0, "shown");
-    QuovAdFlow::makeLoadCompletion(ad)({shown, bidWithRendering(0, "dropped")}, std::nullopt);
-    ASSERT_EQ(presented.size(), 1u);
-    EXPECT_EQ(presented[0], shown);
+    EXPECT_EQ(delegate->fetched[0], cases[3].bids[0]);
+    ASSERT_EQ(presented.size(), 4u);
+    EXPECT_EQ(presented[3], cases[7].bids[0]);
 }
 
 TEST_F(LoadCompletion, GoneDelegateIsSkippedAndTheViewStillShown) {
@@ -141,23 +118,6 @@ TEST(Facade, ACompletionThatOutlivesItsFacadeDoesNothing) {
     EXPECT_TRUE(delegate->calls.empty());
 }
 
-TEST(Facade, FreshInstanceDefaults) {
-    QuovAd ad;
-    EXPECT_FALSE(ad.AppId().has_value());
-    EXPECT_FALSE(ad.AppKey().has_value());
-    EXPECT_EQ(ad.IMEI(), std::optional<std::string>(""));
-    EXPECT_EQ(ad.OAID(), std::optional<std::string>(""));
-    EXPECT_EQ(ad.delegate(), nullptr);
-}
-
-TEST(Facade, SharedIsOneInstanceAcrossThreads) {
-    std::vector<QuovAd*> seen(8);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) threads.emplace_back([&, i] { seen[i] = &QuovAd::shared(); });
-    for (auto& t : threads) t.join();
-    for (auto* p : seen) EXPECT_EQ(p, &QuovAd::shared());
-}
-
 TEST(Facade, SetupStoresAndLogsEvenAbsentValues) {
     QuovAd ad;
     LogCapture log;
@@ -188,29 +148,6 @@ TEST(Facade, LoadBeforeSetupLogsAndCallsNothing) {
         EXPECT_TRUE(delegate->calls.empty());
         EXPECT_EQ(MainLoop::shared().pending(), 0u) << "nothing may be started";
     }
-}
-
-TEST(Facade, EmptyCredentialsPassThePrecondition) {
-    QuovAd ad;
-    auto delegate = std::make_shared<RecordingDelegate>();
-    ad.setDelegate(delegate);
-    ad.setupWithAppId(std::string(""), std::string(""));
-    // A server that is surely not there: the load must end before ad goes away.
-    platform::Context::ScopedServiceBase base(platform::Context::shared(),
-                                              "http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()));
-    LogCapture log;
-    ad.loadAdWithAdId(std::nullopt);
-    EXPECT_TRUE(log.linesStartingWith("Please call").empty());
-    EXPECT_TRUE(MainLoop::shared().runUntil([&] { return !delegate->calls.empty(); },
-                                            std::chrono::seconds(20)));
-}
-
-TEST(Facade, IdentifiersAreStoredAsGiven) {
-    QuovAd ad;
-    ad.setIMEI(std::string("123"));
-    ad.setOAID(std::nullopt);
-    EXPECT_EQ(ad.IMEI(), std::optional<std::string>("123"));
-    EXPECT_FALSE(ad.OAID().has_value());
 }
 
 TEST(Facade, ACallOffTheMainThreadIsReportedOnce) {

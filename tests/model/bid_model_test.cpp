@@ -60,19 +60,6 @@ TEST(BidModel, IntegerConversions) {
     EXPECT_EQ(image.width(), 320);
 }
 
-TEST(BidModel, MissingKeysLeaveValuesAbsentAndImagesEmpty) {
-    auto bid = QVBidModel::initWithDict(json::object());
-    EXPECT_FALSE(bid->identifier());
-    EXPECT_FALSE(bid->clickURL());
-    EXPECT_FALSE(bid->deepLinkURL());
-    EXPECT_FALSE(bid->iOSURL());
-    EXPECT_FALSE(bid->checkViews());
-    EXPECT_FALSE(bid->checkClicks());
-    EXPECT_FALSE(bid->checkPlayerURL());
-    EXPECT_TRUE(bid->images().empty());
-    EXPECT_FALSE(QVBidImageModel::initWithDict(json::object()).url());
-}
-
 TEST(BidModel, WrongTypesReadAsAbsentAndListsKeepOnlyStrings) {
     auto bid = QVBidModel::initWithDict(json::parse(R"({
         "id": 17, "click_url": ["x"], "deeplink_url": null, "ios_url": {"a": 1},
@@ -97,27 +84,29 @@ TEST(BidModel, WrongTypesReadAsAbsentAndListsKeepOnlyStrings) {
             << images;
 }
 
-TEST(BidModel, NonObjectDocumentsGiveAnEmptyBid) {
-    for (const char* doc : {"[]", "null", "3", R"("bid")", R"([{"id":"x"}])"}) {
+TEST(BidModel, MissingMisspelledAndNonObjectInputsReadAsAbsent) {
+    const char* docs[] = {
+        "{}", "[]", "null", "3", R"("bid")", R"([{"id":"x"}])",
+        R"({"isRendering": 1, "is_rendering": 1, "deepLinkURL": "a", "deepLinkUrl": "b", "clickURL": "c",
+            "ID": "d", "adtype": 5, "Images": [{"url": "x"}], "checkViews": ["v"], "checkClicks": ["c"],
+            "iosURL": "i", "checkPlayerURL": "p"})",
+    };
+    for (const char* doc : docs) {
+        SCOPED_TRACE(doc);
         auto bid = QVBidModel::initWithDict(json::parse(doc));
         ASSERT_NE(bid, nullptr);
-        EXPECT_FALSE(bid->identifier()) << doc;
-        EXPECT_TRUE(bid->images().empty()) << doc;
+        EXPECT_FALSE(bid->identifier());
+        EXPECT_FALSE(bid->clickURL());
+        EXPECT_FALSE(bid->deepLinkURL());
+        EXPECT_FALSE(bid->iOSURL());
+        EXPECT_FALSE(bid->checkViews());
+        EXPECT_FALSE(bid->checkClicks());
+        EXPECT_FALSE(bid->checkPlayerURL());
+        EXPECT_EQ(bid->adType(), 0);
+        EXPECT_EQ(bid->isRendering(), 0) << "never read from the answer";
+        EXPECT_TRUE(bid->images().empty());
     }
-}
-
-TEST(BidModel, KeysAreExactAndIsRenderingIsNeverRead) {
-    auto bid = QVBidModel::initWithDict(json::parse(R"({
-        "isRendering": 1, "is_rendering": 1, "deepLinkURL": "a", "deepLinkUrl": "b",
-        "clickURL": "c", "ID": "d", "adtype": 5, "Images": [{"url": "x"}], "checkViews": ["v"]
-    })"));
-    EXPECT_EQ(bid->isRendering(), 0);
-    EXPECT_FALSE(bid->deepLinkURL());
-    EXPECT_FALSE(bid->clickURL());
-    EXPECT_FALSE(bid->identifier());
-    EXPECT_EQ(bid->adType(), 0);
-    EXPECT_TRUE(bid->images().empty());
-    EXPECT_FALSE(bid->checkViews());
+    EXPECT_FALSE(QVBidImageModel::initWithDict(json::object()).url());
 }
 
 TEST(BidModel, EmptyStringsAndListsArePresentNotAbsent) {

@@ -168,40 +168,6 @@ TEST_F(UrlOpenerTest, HandsOnOnlyHttpHttpsAndTheSchemesTheHostRegistered) {
     EXPECT_FALSE(openAll(makeProgramURLOpener(script_, loop_), {"myapp://item/1"})[0]);
 }
 
-TEST_F(UrlOpenerTest, ARefusedDeepLinkFallsThroughToTheLandingPage) {
-    quov::platform::Application app(loop_);
-    app.setURLOpener(makeProgramURLOpener(script_, loop_));
-    auto window = quov::platform::Window::make();
-    app.setKeyWindow(window);
-    auto bid = std::make_shared<quov::QVBidModel>();
-    bid->setDeepLinkURL("steam://run/1");
-    bid->setClickURL("https://example.com/landing");
-    quov::QVBidImageModel image;
-    image.setWidth(600);
-    image.setHeight(500);
-    bid->setImages({image});
-    quov::QVAdViewEnvironment env;
-    env.application = &app;
-    env.loadImage = [](std::weak_ptr<quov::platform::ImageView>, const std::optional<std::string>&) {};
-    auto view = quov::QVAdView::initWithFrame({{0, 0}, app.mainScreen().bounds().size}, env);
-    window->addSubview(view);
-    view->setTranslatesAutoresizingMaskIntoConstraints(false);
-    quov::platform::LayoutConstraint::activateConstraints({
-        view->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor()),
-        view->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor()),
-        view->widthAnchor().constraintEqualToAnchor(window->widthAnchor()),
-        view->heightAnchor().constraintEqualToAnchor(window->heightAnchor()),
-    });
-    view->showBid(bid, [](auto&) {}, [](auto&) {}, [](auto&) {});
-    window->layoutIfNeeded();
-    const quov::Rect area = view->imageView()->frame();
-    const quov::Point at{area.origin.x + area.size.width / 2, area.origin.y + area.size.height / 2};
-    window->sendTouch(1, quov::platform::TouchPhase::Began, at);
-    window->sendTouch(1, quov::platform::TouchPhase::Ended, at);
-    EXPECT_TRUE(loop_.runUntil([&] { return app.pendingURLOpens() == 0; }, 20s));
-    EXPECT_EQ(slurp(dir_ / "calls"), "https://example.com/landing\n");
-}
-
 TEST_F(UrlOpenerTest, ChildStillRunningAfterPatienceCountsAsOpenedAndIsReapedLater) {
     const auto opener = makeProgramURLOpener(script_, loop_, 50ms);
     EXPECT_TRUE(openAll(opener, {"https://example.com/hold"})[0]);
