@@ -83,47 +83,5 @@ TEST_F(EndToEnd, AShownBidsImpressionsArriveFilled) {
     EXPECT_EQ(imp[0].query.find("__"), std::string::npos) << imp[0].query;
 }
 
-// Earlier loads leave kept-alive connections; the bid server then reads the
-// POST and closes without a word. The load must send it once and fail.
-TEST_F(EndToEnd, ALoadIsOnePostEvenWhenTheConnectionDies) {
-    constexpr std::size_t kWarm = 5;
-    UnansweringServer closing(UnansweringServer::After::Close, kWarm);
-    platform::Context::ScopedServiceBase base(platform::Context::shared(), closing.url(""));
-    for (std::size_t i = 0; i < kWarm; ++i) QuovAd::shared().loadAdWithAdId(std::nullopt);
-    ASSERT_TRUE(NetworkScope::runUntil([&] { return delegate->calls.size() == kWarm; }));
-    loadAndWait();
-    EXPECT_EQ(delegate->calls, std::vector<std::string>{"loadFailed"});
-    EXPECT_EQ(delegate->errors.back(), QVError::errorWithCode(4001));
-    EXPECT_EQ(closing.unanswered(), 1u);
-}
-
-TEST_F(EndToEnd, TheBidRequestNeverFollowsARedirectToAnotherOrigin) {
-    TestServer elsewhere;
-    elsewhere.on("/network", Answer::json(R"({"seatbid":[{"bid":[{"id":"x"}]}]})"));
-    for (int status : {301, 302, 303, 307, 308}) {
-        SCOPED_TRACE(status);
-        server.redirect("/network", elsewhere.url("/network?appid=e2e"), status);
-        loadAndWait();
-        EXPECT_EQ(delegate->calls, std::vector<std::string>{"loadFailed"});
-        EXPECT_EQ(delegate->errors.back(), QVError::errorWithCode(4001));
-    }
-    EXPECT_EQ(elsewhere.count(), 0u) << "the app key left for another origin";
-
-    server.on("/moved", Answer::json(R"({"seatbid":[{"bid":[{"id":"x"}]}]})"));
-    server.redirect("/network", "/moved", 307);
-    loadAndWait();
-    EXPECT_EQ(delegate->calls, (std::vector<std::string>{"loaded", "view"})) << "same origin is followed";
-}
-
-TEST_F(EndToEnd, ALoadThatOutlastsItsTimeOutFailsLikeATransportFailure) {
-    UnansweringServer stalled(UnansweringServer::After::Stall);
-    platform::Context::ScopedServiceBase base(platform::Context::shared(), stalled.url(""));
-    QuovAd::shared().setLoadTimeout(std::chrono::milliseconds(200));
-    loadAndWait();
-    EXPECT_EQ(delegate->calls, std::vector<std::string>{"loadFailed"});
-    EXPECT_EQ(delegate->errors.back(), QVError::errorWithCode(4001));
-    EXPECT_EQ(stalled.unanswered(), 1u);
-}
-
 }  // namespace
 }  // namespace quov

@@ -168,22 +168,6 @@ TEST_F(UrlOpenerTest, HandsOnOnlyHttpHttpsAndTheSchemesTheHostRegistered) {
     EXPECT_FALSE(openAll(makeProgramURLOpener(script_, loop_), {"myapp://item/1"})[0]);
 }
 
-TEST_F(UrlOpenerTest, ChildStillRunningAfterPatienceCountsAsOpenedAndIsReapedLater) {
-    const auto opener = makeProgramURLOpener(script_, loop_, 50ms);
-    EXPECT_TRUE(openAll(opener, {"https://example.com/hold"})[0]);
-    ASSERT_TRUE(fs::exists(dir_ / "held")) << "answered before the child even started";
-    const pid_t pid = std::stoi(slurp(dir_ / "held"));
-    EXPECT_EQ(::kill(pid, 0), 0);
-
-    // Once released it exits and is reaped: kill() stops finding it, even as a zombie.
-    std::ofstream(dir_ / "release");
-    bool gone = false;
-    for (int i = 0; i < 2000 && !gone; ++i)
-        if (!(gone = ::kill(pid, 0) != 0 && errno == ESRCH)) ::usleep(10000);
-    EXPECT_TRUE(gone) << "child " << pid << " left as a zombie";
-    EXPECT_FALSE(openAll(opener, {"myapp://fail"})[0]) << "the opener works after going idle";
-}
-
 TEST_F(UrlOpenerTest, ShutDownAnswersWhatIsPendingAndOpensNothingAfter) {
     quov::platform::Context context(loop_);
     context.setURLOpenerProgram(script_);
