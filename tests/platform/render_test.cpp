@@ -159,38 +159,4 @@ TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipp
     EXPECT_EQ(rig.backend.textures().uploads(), 2u);
 }
 
-TEST(SdlInput, MouseAndFingersTapOnceAndAreConsumedOnlyWhileAViewIsShown) {
-    Rig rig(200, 200);
-    rig.backend.setUIScale(2);  // window pixels to points
-    int taps = 0;
-    Point at;
-    auto button = rig.tapCounter({{10, 10}, {20, 20}}, taps, at);
-    EXPECT_FALSE(rig.mouse(SDL_MOUSEBUTTONDOWN, 30, 30)) << "nothing of ours on screen";
-    EXPECT_FALSE(rig.mouse(SDL_MOUSEBUTTONUP, 30, 30));
-
-    rig.window()->addSubview(button);
-    EXPECT_TRUE(rig.mouse(SDL_MOUSEBUTTONDOWN, 30, 30));
-    EXPECT_TRUE(rig.mouse(SDL_MOUSEBUTTONUP, 32, 34));
-    EXPECT_EQ(taps, 1);
-    EXPECT_EQ(at, (Point{6, 7}));
-
-    // A finger, with the mouse events SDL makes from it: still one tap.
-    EXPECT_TRUE(rig.finger(SDL_FINGERDOWN, 0.15f, 0.15f));
-    EXPECT_TRUE(rig.mouse(SDL_MOUSEBUTTONDOWN, 30, 30, SDL_TOUCH_MOUSEID));
-    EXPECT_TRUE(rig.finger(SDL_FINGERMOTION, 0.155f, 0.16f));
-    EXPECT_TRUE(rig.finger(SDL_FINGERUP, 0.16f, 0.17f));
-    EXPECT_TRUE(rig.mouse(SDL_MOUSEBUTTONUP, 30, 30, SDL_TOUCH_MOUSEID));
-    EXPECT_EQ(taps, 2);
-    EXPECT_NEAR(at.x, 6, 1e-3);
-    EXPECT_NEAR(at.y, 7, 1e-3);
-
-    EXPECT_TRUE(rig.mouse(SDL_MOUSEBUTTONDOWN, 300, 300)) << "a shown ad takes the whole window";
-    SDL_Event key{}, other{};
-    key.type = SDL_KEYDOWN;
-    EXPECT_FALSE(rig.backend.processEvent(key));
-    other.type = SDL_MOUSEBUTTONDOWN;
-    other.button.windowID = SDL_GetWindowID(rig.display.window()) + 100;
-    EXPECT_FALSE(rig.backend.processEvent(other)) << "another window's mouse";
-}
-
 }  // namespace

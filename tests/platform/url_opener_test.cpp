@@ -168,24 +168,4 @@ TEST_F(UrlOpenerTest, HandsOnOnlyHttpHttpsAndTheSchemesTheHostRegistered) {
     EXPECT_FALSE(openAll(makeProgramURLOpener(script_, loop_), {"myapp://item/1"})[0]);
 }
 
-TEST_F(UrlOpenerTest, ShutDownAnswersWhatIsPendingAndOpensNothingAfter) {
-    quov::platform::Context context(loop_);
-    context.setURLOpenerProgram(script_);
-    quov::platform::Application& app = context.application();
-    std::vector<bool> answers;
-    app.openURL(std::string("https://example.com/hold"), [&](bool opened) { answers.push_back(opened); });
-    ASSERT_TRUE(loop_.runUntil([&] { return fs::exists(dir_ / "held"); }, 20s));
-
-    context.shutDown();  // returns though the child still runs
-    app.openURL(std::string("https://example.com/after"), [&](bool opened) { answers.push_back(opened); });
-    EXPECT_TRUE(loop_.runUntil([&] { return answers.size() == 2; }, 20s));
-    EXPECT_EQ(answers, (std::vector<bool>{true, false})) << "a started child counts as opened";
-    EXPECT_EQ(slurp(dir_ / "calls"), "https://example.com/hold\n");
-
-    // Left to run and to whoever reaps: here, the test.
-    const pid_t pid = std::stoi(slurp(dir_ / "held"));
-    std::ofstream(dir_ / "release");
-    EXPECT_EQ(::waitpid(pid, nullptr, 0), pid);
-}
-
 }  // namespace

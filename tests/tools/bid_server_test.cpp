@@ -120,38 +120,5 @@ TEST_F(BidServerTest, CreativeFollowsTheDeviceShapeUnlessForcedAndAlternatesWith
     }
 }
 
-TEST_F(BidServerTest, MalformedBidRequestsAreRefusedWithAReason) {
-    start();
-    const std::tuple<const char*, std::string, std::string, int> cases[] = {
-        {"no appid", sdkRequest().dump(), "", 400},
-        {"not JSON", "{\"id\":", "?appid=a", 400},
-        {"JSON but not an object", "[1,2]", "?appid=a", 400},
-        {"too large", std::string(5 * 1024 * 1024, ' '), "?appid=a", 413},
-        {"empty appid is still an appid", sdkRequest().dump(), "?appid=", 200},
-    };
-    for (const auto& [name, body, query, status] : cases) {
-        auto res = client_->Post(("/network" + query).c_str(), body, "application/json");
-        ASSERT_TRUE(res) << name;
-        EXPECT_EQ(res->status, status) << name;
-        EXPECT_TRUE(status != 400 || !res->body.empty()) << name;
-    }
-    EXPECT_TRUE(firstBid()) << "still serving after the refusals";
-}
-
-TEST(BidServerStart, AnOccupiedPortIsAClearError) {
-    BidServer first({});
-    first.start();
-    BidServerOptions o;
-    o.port = first.port();
-    BidServer second(o);
-    try {
-        second.start();
-        FAIL() << "bound a port that is in use";
-    } catch (const std::runtime_error& e) {
-        EXPECT_NE(std::string(e.what()).find(std::to_string(first.port())), std::string::npos) << e.what();
-    }
-    EXPECT_EQ(second.port(), 0);
-}
-
 }  // namespace
 }  // namespace quov::tools
