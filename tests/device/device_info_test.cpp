@@ -35,40 +35,6 @@ const char* const kNoIP = "an error occurred when obtaining ip address";
 
 // ---- model and screen naming ----
 
-TEST_F(FakeDevice, ModelTableNamesIdentifiers) {
-    // Representative rows, the irregular names, and identifiers the table does not hold.
-    const std::pair<const char*, const char*> cases[] = {
-        {"iPhone1,1", "iPhone 1G"}, {"iPhone3,2", "Verizon iPhone 4"}, {"iPhone10,6", "iPhone X"},
-        {"iPhone12,8", "iPhone SE (2nd generation)"}, {"iPad3,1", "iPad 3(WiFi)"}, {"iPad4,6", "iPad mini 2"},
-        {"iPad6,12", "iPad (5th generation)"}, {"iPad7,2", "iPad Pro (12.9-inch, 2nd generation)"},
-        {"i386", "Simulator"}, {"x86_64", "Simulator"},
-        {"iPhone13,2", "iPhone13,2"}, {"iphone1,1", "iphone1,1"}, {"iPhone1,1 ", "iPhone1,1 "}, {"", ""},
-    };
-    for (const auto& [id, name] : cases) {
-        fake->machine = id;
-        EXPECT_EQ(QVDeviceInfo::deviceTypeDetail(), name) << id;
-        EXPECT_EQ(QVDeviceInfo::cpuArchitectures(), id) << "always the raw identifier";
-    }
-}
-
-TEST_F(FakeDevice, IPhoneXByIdentifierOnDevicesAndByBoundsOnSimulators) {
-    struct Case {
-        const char* machine;
-        quov::Size bounds;
-        bool expected;
-    } cases[] = {
-        {"iPhone10,3", {1, 1}, true},      {"iPhone10,6", {1, 1}, true},
-        {"iPhone11,2", {375, 812}, false},  // a device: bounds are not looked at
-        {"x86_64", {375, 812}, true},       {"i386", {812, 375}, true},
-        {"x86_64", {375.5, 812}, false},    {"aarch64", {375, 812}, false},
-    };
-    for (const auto& c : cases) {
-        fake->machine = c.machine;
-        fake->bounds = c.bounds;
-        EXPECT_EQ(QVDeviceInfo::iPhoneX(), c.expected) << c.machine << " " << c.bounds.width;
-    }
-}
-
 TEST_F(FakeDevice, DisplayMetricsFollowIdiomAndScaleOnly) {
     struct Case {
         std::optional<int> idiom;
@@ -189,30 +155,6 @@ TEST_F(FakeDevice, BatteryLevelContract) {
     }
 }
 
-TEST_F(FakeDevice, LanguageAndBundleOperations) {
-    fake->languages = {"zh-Hans-CN", "en"};
-    EXPECT_EQ(QVDeviceInfo::getDeviceLanguage(), "zh-Hans-CN");
-    fake->languages = {};
-    EXPECT_THROW(QVDeviceInfo::getDeviceLanguage(), std::out_of_range);
-
-    fake->bundle = {{"CFBundleIdentifier", ""}};
-    EXPECT_EQ(QVDeviceInfo::getLocalAppVersion(), std::nullopt);
-    EXPECT_EQ(QVDeviceInfo::getBundleID(), std::optional<std::string>("")) << "present but empty is a value";
-    EXPECT_THROW(QVDeviceInfo::getApplicationName(), std::invalid_argument);
-
-    using Map = std::map<std::string, std::string>;
-    const std::pair<Map, Map> versionInfo[] = {
-        {{{"CFBundleVersion", "42"}}, {}},
-        {{{"CFBundleDisplayName", "My Game"}}, {{"VersionName", "My Game"}}},
-        {{{"CFBundleDisplayName", "My Game"}, {"CFBundleVersion", "42"}},
-         {{"VersionName", "My Game"}, {"VersionCode", "42"}, {"VersionType", ""}, {"VersionSource", ""}}},
-    };
-    for (const auto& [bundle, expected] : versionInfo) {
-        fake->bundle = bundle;
-        EXPECT_EQ(QVDeviceInfo::appVersionInfo(), expected);
-    }
-}
-
 // ---- the record ----
 
 TEST_F(FakeDevice, RecordHasTheSixteenKeysInOrderWithTheirTypes) {
@@ -279,19 +221,6 @@ TEST_F(FakeDevice, SetupLogsTheRecordAfterInitAndFailsWithoutAShortVersion) {
     EXPECT_EQ(ad.AppId(), std::optional<std::string>("app2")) << "credentials are stored before the record";
     EXPECT_EQ(log.linesStartingWith("Init Finished").size(), 1u);
     EXPECT_TRUE(log.linesStartingWith("deviceInfo").empty());
-}
-
-TEST(DeviceInfoRecord, InsertKeepsOrderReplacesInPlaceAndRefusesAbsentValues) {
-    DeviceInfoRecord r;
-    r.insert("a", std::optional<std::string>("1"));
-    r.insert("b", std::optional<double>(2.5));
-    r.insert("a", std::optional<double>(3.0));
-    EXPECT_EQ(r.keys(), (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(r.number("a"), 3.0);
-    EXPECT_EQ(r.text("a"), std::nullopt) << "a number is not a text";
-    EXPECT_THROW(r.insert("n", std::optional<double>()), std::invalid_argument);
-    EXPECT_THROW(r.insert("a", std::optional<std::string>()), std::invalid_argument);
-    EXPECT_EQ(r.size(), 2u) << "a failed insertion leaves the record as it was";
 }
 
 TEST(DeviceInfoRecord, DescribeIsOneParseableLineWhateverTheValues) {

@@ -197,42 +197,6 @@ TEST(LinuxDevice, PrimaryInterfaceAndReachabilityFromTheRoutingTable) {
     EXPECT_EQ(none.platform().reachabilityFlags("127.0.0.1"), kReachable) << "loopback needs no table";
 }
 
-TEST(LinuxDevice, HardwareAddressFromSysfs) {
-    const std::pair<const char*, std::optional<quov::platform::HardwareAddress>> cases[] = {
-        {"02:fc:00:00:00:01\n", quov::platform::HardwareAddress{0x02, 0xfc, 0, 0, 0, 1}},
-        {"AA:BB:CC:DD:EE:FF", quov::platform::HardwareAddress{0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff}},
-        {"", std::nullopt},
-        {"02-fc-00-00-00-01", std::nullopt},
-        {"00:00:00:00:00:00:00:00:00:00", std::nullopt},  // an infiniband-length address
-    };
-    for (const auto& [content, expected] : cases) {
-        Tree t(Files{{"/sys/class/net/eth0/address", content}, {"/etc/address", "02:fc:00:00:00:01"}});
-        EXPECT_EQ(t.platform().hardwareAddress("eth0"), expected) << "'" << content << "'";
-        EXPECT_EQ(t.platform().hardwareAddress("../../../etc"), std::nullopt) << "no walking out of sysfs";
-    }
-}
-
-TEST(LinuxDevice, PreferredLanguagesFromTheLocaleEnvironment) {
-    using Env = std::map<std::string, std::string>;
-    const std::pair<Env, std::vector<std::string>> cases[] = {
-        {{{"LANG", "en_US.UTF-8"}}, {"en-US"}},
-        {{{"LANG", "de_DE@euro"}}, {"de-DE"}},
-        {{{"LANG", "pt_br.utf8"}}, {"pt-BR"}},
-        {{{"LANG", "es_419"}}, {"es-419"}},
-        {{{"LC_ALL", ""}, {"LC_MESSAGES", "ko_KR"}, {"LANG", "en_US"}}, {"ko-KR"}},
-        {{{"LANGUAGE", "fr_CA:fr::zz_!!"}, {"LANG", "fr_CA.UTF-8"}}, {"fr-CA", "fr"}},
-        {{{"LANG", "C.UTF-8"}}, {"en"}},
-        {{{"LC_ALL", "POSIX"}}, {"en"}},
-        {{}, {"en"}},
-        {{{"LANG", "garbage value!"}}, {"en"}},
-    };
-    for (const auto& [env, expected] : cases) {
-        Tree t;
-        t.environment = env;
-        EXPECT_EQ(t.platform().preferredLanguages(), expected) << (env.empty() ? "(none)" : env.rbegin()->second);
-    }
-}
-
 TEST(LinuxDevice, BatteryFromPowerSupplies) {
     struct Case {
         std::vector<std::vector<std::string>> supplies;  // name, type, capacity, status, scope
@@ -260,49 +224,6 @@ TEST(LinuxDevice, BatteryFromPowerSupplies) {
         EXPECT_EQ(p.batteryCapacity(), c.capacity) << c.supplies.size();
         EXPECT_EQ(p.batteryState(), c.state) << c.supplies.size();
     }
-}
-
-TEST(LinuxDevice, HostAnswersAndTheirDefaults) {
-    Tree t;
-    auto p = t.platform();
-    p.setAdvertisingIdentifier(std::nullopt, true);
-    EXPECT_FALSE(p.advertisingTrackingEnabled()) << "no identifier, no tracking";
-
-    auto bundle = p.bundleInfo();
-    EXPECT_FALSE(bundle["CFBundleName"].empty()) << "the executable's name by default";
-    EXPECT_EQ(bundle.count("CFBundleShortVersionString"), 0u) << "no invented version";
-    p.setBundleInfo({{"CFBundleName", "Host"}});
-    EXPECT_EQ(p.bundleInfo()["CFBundleName"], "Host");
-    EXPECT_EQ(p.bundleInfo()["CFBundleExecutable"], bundle["CFBundleExecutable"]) << "defaults stay underneath";
-
-    p.setMainScreen({{390, 844}, 3.0, std::nullopt});
-    EXPECT_EQ(p.screenCurrentModeSize(), (quov::Size{1170, 2532})) << "bounds times scale when not given";
-}
-
-TEST(LinuxDevice, RecordBuildsOnThisMachine) {
-    // The process's platform, with the bundle the test binary set as its host.
-    auto r = quov::QVDeviceInfo::deviceInfo();
-    ASSERT_EQ(r.size(), 16u);
-    for (const auto& [key, value] : r.entries()) {
-        EXPECT_EQ(std::holds_alternative<double>(value), key == "BatteryLevel") << key;
-        if (auto* s = std::get_if<std::string>(&value)) {
-            EXPECT_FALSE(s->empty()) << key;
-        }
-    }
-    EXPECT_EQ(r.text("DeviceOs"), std::optional<std::string>("Linux"));
-    double level = *r.number("BatteryLevel");
-    EXPECT_TRUE(level == 0.0 || (level >= 1.0 && level <= 100.0 && level == static_cast<int>(level))) << level;
-    EXPECT_TRUE(std::regex_match(*r.text("DeviceMac"),
-                                 std::regex("[0-9A-F]{32}|000000000000")))
-        << "never a hardware address";
-
-    LinuxDevicePlatform p;
-    p.setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
-    auto one = p.identifierForVendor();
-    if (!one) GTEST_SKIP() << "this machine has no readable machine id";
-    EXPECT_EQ(p.identifierForVendor(), one) << "stable across calls";
-    p.setBundleInfo({{"CFBundleIdentifier", "com.example.two"}});
-    EXPECT_NE(p.identifierForVendor(), one);
 }
 
 TEST(LinuxDevice, MachineIdReadEarlyInFirstBootIsNotKept) {

@@ -118,20 +118,6 @@ TEST(Facade, ACompletionThatOutlivesItsFacadeDoesNothing) {
     EXPECT_TRUE(delegate->calls.empty());
 }
 
-TEST(Facade, SetupStoresAndLogsEvenAbsentValues) {
-    QuovAd ad;
-    LogCapture log;
-    ad.setupWithAppId(std::string("app"), std::string("key"));
-    EXPECT_EQ(ad.AppId(), std::optional<std::string>("app"));
-    ad.setupWithAppId(std::nullopt, std::string(""));
-    EXPECT_FALSE(ad.AppId().has_value());
-    EXPECT_EQ(ad.AppKey(), std::optional<std::string>(""));
-    auto init = log.linesStartingWith("Init Finished");
-    ASSERT_EQ(init.size(), 2u);
-    EXPECT_EQ(init[0], "Init Finished, AppId: app AppKey key");
-    EXPECT_EQ(init[1], "Init Finished, AppId: (null) AppKey ");
-}
-
 TEST(Facade, LoadBeforeSetupLogsAndCallsNothing) {
     struct Case {
         std::optional<std::string> id, key;
@@ -183,12 +169,6 @@ TEST(Facade, AMissingBundleValueNamesTheKeyAndTheCallThatSetsIt) {
     }
 }
 
-TEST(Version, SymbolsHaveTheirExactValues) {
-    EXPECT_EQ(QuovSDKVersionNumber, 1.0);
-    const char* expected = "@(#)PROGRAM:QuovSDK  PROJECT:QuovSDK-1\n";
-    EXPECT_EQ(std::memcmp(QuovSDKVersionString, expected, std::strlen(expected) + 1), 0);
-}
-
 TEST(Errors, FactoryTable) {
     struct Case {
         std::int64_t code;
@@ -204,12 +184,6 @@ TEST(Errors, FactoryTable) {
         EXPECT_EQ(e.code, c.code);
         EXPECT_EQ(e.description, std::optional<std::string>(c.description));
     }
-}
-
-TEST(Errors, DescribeReadsLikeALogLine) {
-    EXPECT_EQ(QVError::errorWithCode(4001).describe(),
-              "Error Domain= QuovADSDK Error Code=4001 \"协商失败\"");
-    EXPECT_EQ((Error{"QAPP", 204, std::nullopt}).describe(), "Error Domain=QAPP Code=204");
 }
 
 }  // namespace

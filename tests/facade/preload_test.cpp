@@ -139,16 +139,5 @@ TEST_F(Preload, ANewerLoadReplacesAnUnshownAd) {
     EXPECT_FALSE(ad.showAd());
 }
 
-TEST_F(Preload, OffByDefaultAndHostRenderedBidsAreNeverHeld) {
-    EXPECT_FALSE(QuovAd().preloadBeforeShow());
-    auto hostRendered = std::make_shared<QVBidModel>();
-    hostRendered->setIsRendering(1);
-    QuovAdFlow::makeLoadCompletion(ad)({hostRendered}, std::nullopt);
-    EXPECT_EQ(delegate->calls, (std::vector<std::string>{"fetchedBid"}));
-    EXPECT_FALSE(ad.isAdReady());
-    EXPECT_FALSE(ad.showAd());
-    EXPECT_TRUE(window->subviews().empty());
-}
-
 }  // namespace
 }  // namespace quov

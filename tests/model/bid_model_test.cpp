@@ -60,30 +60,6 @@ TEST(BidModel, IntegerConversions) {
     EXPECT_EQ(image.width(), 320);
 }
 
-TEST(BidModel, WrongTypesReadAsAbsentAndListsKeepOnlyStrings) {
-    auto bid = QVBidModel::initWithDict(json::parse(R"({
-        "id": 17, "click_url": ["x"], "deeplink_url": null, "ios_url": {"a": 1},
-        "check_player_url": false,
-        "check_views": "https://not-a-list", "check_clicks": ["a", 1, null, {"u": "x"}, "b", ["c"]],
-        "images": [{"url": 5, "w": 10, "h": 20}, "https://img", 7, null, {"url": "ok"}]
-    })"));
-    EXPECT_FALSE(bid->identifier());
-    EXPECT_FALSE(bid->clickURL());
-    EXPECT_FALSE(bid->deepLinkURL());
-    EXPECT_FALSE(bid->iOSURL());
-    EXPECT_FALSE(bid->checkPlayerURL());
-    EXPECT_FALSE(bid->checkViews());
-    EXPECT_EQ(bid->checkClicks(), std::optional<Strings>(Strings{"a", "b"}));
-    ASSERT_EQ(bid->images().size(), 2u) << "non-object images are skipped";
-    EXPECT_FALSE(bid->images()[0].url());
-    EXPECT_EQ(bid->images()[0].width(), 10);
-    EXPECT_EQ(bid->images()[1].url(), std::optional<std::string>("ok"));
-
-    for (const char* images : {R"("x")", R"({"url":"u"})", R"(3)", R"(null)"})
-        EXPECT_TRUE(QVBidModel::initWithDict(json{{"images", json::parse(images)}})->images().empty())
-            << images;
-}
-
 TEST(BidModel, MissingMisspelledAndNonObjectInputsReadAsAbsent) {
     const char* docs[] = {
         "{}", "[]", "null", "3", R"("bid")", R"([{"id":"x"}])",
@@ -107,12 +83,6 @@ TEST(BidModel, MissingMisspelledAndNonObjectInputsReadAsAbsent) {
         EXPECT_TRUE(bid->images().empty());
     }
     EXPECT_FALSE(QVBidImageModel::initWithDict(json::object()).url());
-}
-
-TEST(BidModel, EmptyStringsAndListsArePresentNotAbsent) {
-    auto bid = QVBidModel::initWithDict(json::parse(R"({"id": "", "check_views": []})"));
-    EXPECT_EQ(bid->identifier(), std::optional<std::string>(""));
-    EXPECT_EQ(bid->checkViews(), std::optional<Strings>(Strings{}));
 }
 
 }  // namespace

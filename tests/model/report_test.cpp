@@ -90,14 +90,5 @@ TEST_F(Reporting, EachAddressFailsOnItsOwnAfterThreeAttempts) {
     EXPECT_EQ(log.linesStartingWith("Report ad click failed, ").size(), 1u);
 }
 
-TEST_F(Reporting, ReportingTwiceSendsTwice) {
-    auto b = bid({server.url("/v1")}, json::array());
-    b->reportAdShow();
-    b->reportAdShow();
-    b.reset();  // pending requests keep their own copies
-    flush();
-    EXPECT_EQ(server.countOn("/v1"), 2u);
-}
-
 }  // namespace
 }  // namespace quov

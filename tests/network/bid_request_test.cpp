@@ -71,17 +71,6 @@ TEST_F(BidRequest, UrlHeadersAndCompactBodyOnTheWire) {
     for (const char* key : {"id", "app", "device", "imp"}) EXPECT_TRUE(body.contains(key)) << key;
 }
 
-TEST_F(BidRequest, EmptyCredentialsAreSentEmpty) {
-    test::RawRequestCapture raw;
-    platform::Context::ScopedServiceBase base(platform::Context::shared(), raw.base());
-    QuovAd::shared().setupWithAppId(std::string(""), std::string(""));
-    load();
-    ASSERT_EQ(raw.requests().size(), 1u);
-    const std::string head = raw.requests()[0].first;
-    EXPECT_EQ(head.rfind("POST /network?appid= HTTP/1.1\r\n", 0), 0u) << head;
-    EXPECT_NE(head.find("\r\nappkey:"), std::string::npos) << head;
-}
-
 TEST_F(BidRequest, AppAndDeviceMembersFromTheDeviceAndTheRecord) {
     scope.device->trackingEnabled = true;
     scope.device->idfa = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
@@ -212,18 +201,6 @@ TEST(BidRequestRules, DeviceTypeConnectionCarrierAndTracking) {
     }
 }
 
-TEST(BidRequestRules, MissingRecordValueNamesTheKey) {
-    network::BidRequestInputs in = inputs();
-    in.record = DeviceInfoRecord{};
-    in.record.insert("BundleID", std::optional<std::string>("b"));
-    try {
-        network::buildBidRequest(in);
-        FAIL() << "expected std::invalid_argument";
-    } catch (const std::invalid_argument& e) {
-        EXPECT_NE(std::string(e.what()).find("AppVersion"), std::string::npos) << e.what();
-    }
-}
-
 // ---- the answer ----
 
 class BidResponse : public BidRequest {};
@@ -295,18 +272,6 @@ TEST_F(BidResponse, FailuresGive4001AndLogTheAnswer) {
         EXPECT_EQ(log.linesStartingWith("Reqeust failed"),
                   std::vector<std::string>{"Reqeust failed, response: " + c.logged});
     }
-}
-
-TEST_F(BidResponse, UnusableEndpointsGive4001WithNoAnswerLogged) {
-    // A blank in AppId makes a URL no client will send, as on the phone platform.
-    QuovAd::shared().setupWithAppId(std::string("a b"), std::string("k"));
-    EXPECT_EQ(load().error, QVError::errorWithCode(4001));
-    EXPECT_EQ(server.count(), 0u);
-    platform::Context::ScopedServiceBase dead(platform::Context::shared(),
-                                              "http://127.0.0.1:" + std::to_string(TestServer::deadPort()));
-    EXPECT_EQ(load().error, QVError::errorWithCode(4001));
-    EXPECT_EQ(log.linesStartingWith("Reqeust failed"),
-              std::vector<std::string>(2, "Reqeust failed, response: (null)"));
 }
 
 }  // namespace

@@ -62,13 +62,6 @@ TEST(BidServerBase, HostValuesAreCheckedAndRefusalsSayWhy) {
     EXPECT_EQ(network::bidServerBase(), builtIn);
 }
 
-TEST(BidServerBase, TheEnvironmentIsNotRead) {
-    const std::string builtIn = network::bidServerBase();
-    ::setenv("QUOV_BID_SERVER_BASE", "http://127.0.0.1:2", 1);
-    EXPECT_EQ(network::bidServerBase(), builtIn);
-    ::unsetenv("QUOV_BID_SERVER_BASE");
-}
-
 TEST(BidServerBase, AnInjectedBaseWinsForItsScope) {
     auto& context = platform::Context::shared();
     {

@@ -20,25 +20,6 @@ struct OrientationCounter {
                                                        std::string(UIDeviceOrientationDidChangeNotification))) {}
 };
 
-TEST(Orientation, OnlyWhileGeneratingAndOnTheHostsWord) {
-    MainLoop loop;
-    Application app(loop);
-    OrientationCounter counter(app);
-    app.setMainScreen({375, 812}, 1);
-    app.deviceOrientationDidChange();
-    EXPECT_EQ(counter.posts, 0) << "generation is off";
-
-    app.beginGeneratingDeviceOrientationNotifications();
-    app.beginGeneratingDeviceOrientationNotifications();
-    app.endGeneratingDeviceOrientationNotifications();
-    app.deviceOrientationDidChange();
-    app.setMainScreen({812, 375}, 1);
-    EXPECT_EQ(counter.posts, 2);
-    app.setMainScreen({0, 900}, 1);
-    EXPECT_EQ(app.mainScreen().bounds().size, (Size{812, 375})) << "an invalid size is ignored";
-    EXPECT_EQ(counter.posts, 2);
-}
-
 TEST(Orientation, TheKeyWindowAndTheDeviceLayerFollowTheScreen) {
     auto device = std::make_shared<LinuxDevicePlatform>();
     device->setMainScreen({{390, 844}, 3.0, std::nullopt});

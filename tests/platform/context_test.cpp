@@ -75,25 +75,5 @@ TEST(Context, RegisteredPartsGoBeforeTheCoreStops) {
     EXPECT_FALSE(*shutDownSeen) << "the part's last request met a stopped client";
 }
 
-TEST(Context, ScopedDevicePlatformsNestAndRestore) {
-    MainLoop loop;
-    Context context(loop);
-    const auto builtIn = context.devicePlatform();
-    EXPECT_EQ(builtIn, context.linuxDevice());
-    auto outer = std::make_shared<FakeDevicePlatform>();
-    auto inner = std::make_shared<FakeDevicePlatform>();
-    {
-        Context::ScopedDevicePlatform a(context, outer);
-        {
-            Context::ScopedDevicePlatform b(context, inner);
-            EXPECT_EQ(context.devicePlatform(), inner);
-        }
-        EXPECT_EQ(context.devicePlatform(), outer);
-        EXPECT_EQ(Context::shared().devicePlatform(), Context::shared().linuxDevice())
-            << "another context is untouched";
-    }
-    EXPECT_EQ(context.devicePlatform(), builtIn);
-}
-
 }  // namespace
 }  // namespace quov::platform

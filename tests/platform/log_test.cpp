@@ -21,17 +21,6 @@ TEST(Log, FillsPlaceholdersInOrderAndRendersAbsentAsNull) {
                            }));
 }
 
-TEST(Log, DefaultSinkIsStandardErrorAfterACaptureEnds) {
-    {
-        quov::test::LogCapture log;
-        quov::platform::logLine("captured");
-        EXPECT_EQ(log.lines().size(), 1u);
-    }
-    testing::internal::CaptureStderr();
-    quov::platform::logLine("to stderr");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "to stderr\n");
-}
-
 }  // namespace
 
 namespace {

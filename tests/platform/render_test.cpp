@@ -94,53 +94,6 @@ struct Rig {
     }
 };
 
-TEST(SdlRender, TranslucentBlackOverAColourBlendsOnTheOffscreenDriverAndNothingIsDrawnWhileHidden) {
-    Rig rig(100, 80);
-    EXPECT_TRUE(rig.display.isOffscreen()) << rig.display.videoDriver();
-    ASSERT_TRUE(rig.window());
-    EXPECT_EQ(rig.window()->frame().size, (Size{100, 80}));
-    auto mask = addBox(rig.window(), {{0, 0}, {100, 80}}, Color::black(), 0.8);
-    addBox(mask, {{50, 0}, {50, 80}}, {1, 1, 1, 1}, 0.5);  // nested: alphas multiply
-
-    const auto px = rig.frame(200, 100, 50);
-    EXPECT_TRUE(near(px.at(10, 10), 40, 20, 10)) << "20 % of the background shows through the mask";
-    // White at 0.8 * 0.5 over the masked background (each view blends on its own).
-    EXPECT_TRUE(near(px.at(75, 40), 102 + 0.6 * 40, 102 + 0.6 * 20, 102 + 0.6 * 10));
-
-    SDL_HideWindow(rig.display.window());
-    rig.pumpWindowEvents();
-    EXPECT_EQ(rig.app.applicationState(), ApplicationState::Background);
-    EXPECT_TRUE(near(rig.frame(200, 100, 50).at(10, 10), 200, 100, 50));
-    SDL_ShowWindow(rig.display.window());
-    rig.pumpWindowEvents();
-    EXPECT_TRUE(near(rig.frame(200, 100, 50).at(10, 10), 40, 20, 10));
-}
-
-TEST(SdlRender, ImagesAreDrawnAspectFitAndButtonsInsideTheirInsets) {
-    Rig rig(200, 200);
-    auto imageView = ImageView::make({{0, 0}, {100, 100}});
-    imageView->setContentMode(ContentMode::ScaleAspectFit);
-    imageView->setImage(solidImage(40, 20, 255, 0, 0));  // 2:1 -> 100 x 50, centred
-    rig.window()->addSubview(imageView);
-    auto button = Button::make({{120, 120}, {40, 40}});
-    button->setContentEdgeInsets({5, 5, 5, 5});
-    button->setImage(solidImage(8, 8, 0, 255, 0), ControlState::Normal);
-    rig.window()->addSubview(button);
-
-    const auto px = rig.frame(0, 0, 255);
-    const std::tuple<const char*, int, int, int, int, int> probes[] = {
-        {"above the fitted image", 50, 20, 0, 0, 255},
-        {"image top edge", 50, 26, 255, 0, 0},
-        {"image bottom edge", 2, 73, 255, 0, 0},
-        {"below the fitted image", 50, 80, 0, 0, 255},
-        {"button corner, in the inset", 122, 122, 0, 0, 255},
-        {"icon top-left", 126, 126, 0, 255, 0},
-        {"icon bottom-right", 153, 153, 0, 255, 0},
-        {"right inset", 157, 140, 0, 0, 255},
-    };
-    for (const auto& [what, x, y, r, g, b] : probes) EXPECT_TRUE(near(px.at(x, y), r, g, b)) << what;
-}
-
 TEST(SdlRender, PointsScaleToPixelsAndTheHostsRendererStateIsRestored) {
     Rig rig(200, 100);
     rig.backend.setUIScale(2);  // 100 x 50 points
@@ -204,80 +157,6 @@ TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipp
     twin->setImage(broken);
     rig.frame(0, 0, 0);
     EXPECT_EQ(rig.backend.textures().uploads(), 2u);
-}
-
-TEST(SdlInput, MouseAndFingersTapOnceAndAreConsumedOnlyWhileAViewIsShown) {
-    Rig rig(200, 200);
-    rig.backend.setUIScale(2);  // window pixels to points
-    int taps = 0;
-    Point at;
-    auto button = rig.tapCounter({{10, 10}, {20, 20}}, taps, at);
-    EXPECT_FALSE(rig.mouse(SDL_MOUSEBUTTONDOWN, 30, 30)) << "nothing of ours on screen";
-    EXPECT_FALSE(rig.mouse(SDL_MOUSEBUTTONUP, 30, 30));
-
-    rig.window()->addSubview(button);
-    EXPECT_TRUE(rig.mouse(SDL_MOUSEBUTTONDOWN, 30, 30));
-    EXPECT_TRUE(rig.mouse(SDL_MOUSEBUTTONUP, 32, 34));
-    EXPECT_EQ(taps, 1);
-    EXPECT_EQ(at, (Point{6, 7}));
-
-    // A finger, with the mouse events SDL makes from it: still one tap.
-    EXPECT_TRUE(rig.finger(SDL_FINGERDOWN, 0.15f, 0.15f));
-    EXPECT_TRUE(rig.mouse(SDL_MOUSEBUTTONDOWN, 30, 30, SDL_TOUCH_MOUSEID));
-    EXPECT_TRUE(rig.finger(SDL_FINGERMOTION, 0.155f, 0.16f));
-    EXPECT_TRUE(rig.finger(SDL_FINGERUP, 0.16f, 0.17f));
-    EXPECT_TRUE(rig.mouse(SDL_MOUSEBUTTONUP, 30, 30, SDL_TOUCH_MOUSEID));
-    EXPECT_EQ(taps, 2);
-    EXPECT_NEAR(at.x, 6, 1e-3);
-    EXPECT_NEAR(at.y, 7, 1e-3);
-
-    EXPECT_TRUE(rig.mouse(SDL_MOUSEBUTTONDOWN, 300, 300)) << "a shown ad takes the whole window";
-    SDL_Event key{}, other{};
-    key.type = SDL_KEYDOWN;
-    EXPECT_FALSE(rig.backend.processEvent(key));
-    other.type = SDL_MOUSEBUTTONDOWN;
-    other.button.windowID = SDL_GetWindowID(rig.display.window()) + 100;
-    EXPECT_FALSE(rig.backend.processEvent(other)) << "another window's mouse";
-}
-
-TEST(SdlInput, AResizeThatFlipsTheWindowPostsTheOrientationNotification) {
-    Rig rig(375, 812);
-    rig.app.beginGeneratingDeviceOrientationNotifications();
-    int posts = 0;
-    const auto subscription = rig.app.defaultCenter().addObserver(
-        [&](const Notification&) { ++posts; }, std::string(UIDeviceOrientationDidChangeNotification));
-    rig.pumpWindowEvents();
-    // Each from the size before; a square counts as landscape.
-    const std::tuple<int, int, int> resizes[] = {{400, 900, 0},  {812, 375, 1}, {1920, 1080, 0},
-                                                 {500, 500, 0},  {375, 812, 1}, {500, 500, 1}};
-    for (const auto& [w, h, flips] : resizes) {
-        const int before = posts;
-        rig.display.resize(w, h);
-        rig.pumpWindowEvents();
-        EXPECT_EQ(posts - before, flips) << w << "x" << h;
-        EXPECT_EQ(rig.window()->frame().size, (Size{double(w), double(h)}));
-    }
-}
-
-TEST(ResourceBundleTest, TheCloseIconIsFoundAndDecoded) {
-    // The only place looked: beside the code, here the test program itself (the
-    // build copies the bundle there); never the build tree's own copy.
-    std::error_code ec;
-    EXPECT_EQ(Bundle::bundleForLibrary().directories(),
-              std::vector{std::filesystem::canonical("/proc/self/exe", ec).parent_path()});
-    const auto bundle = resourceBundle();
-    ASSERT_TRUE(bundle) << "quovsdk_images.bundle beside the test program";
-    const auto icon = imageNamed("SF_x_circle_fill", bundle);
-    ASSERT_TRUE(icon);
-    EXPECT_EQ(icon->width, 120);
-    EXPECT_EQ(icon->height, 120);
-    EXPECT_EQ(icon->rgba[3], 0) << "transparent outside the disc";
-    EXPECT_LT(icon->rgba[(20 * 120 + 60) * 4], 80) << "dark disc between the arms of the white x";
-
-    EXPECT_FALSE(imageNamed("no_such_image", bundle));
-    EXPECT_FALSE(imageNamed("../quovsdk_images.bundle/SF_x_circle_fill", bundle));
-    EXPECT_FALSE(imageNamed("SF_x_circle_fill", std::nullopt));
-    EXPECT_FALSE(Bundle::bundleWithURL(std::filesystem::path("/nonexistent/quov")));
 }
 
 }  // namespace

@@ -78,27 +78,6 @@ struct Target {
     Target& operator=(const Target&) = delete;
 };
 
-TEST(SdlRenderers, AlternatingRenderersLeavesNoTexturesBehindOnEither) {
-    struct Case {
-        const char* name;
-        bool firstOnWindow, secondOnWindow;
-    };
-    for (const Case& c : {Case{"two windows", true, true}, Case{"window and surface", true, false},
-                          Case{"two surfaces", false, false}}) {
-        Rig rig;
-        Target first(c.firstOnWindow), second(c.secondOnWindow);
-        ASSERT_TRUE(first.renderer && second.renderer) << SDL_GetError();
-        SDL_Renderer* renderers[] = {first.renderer, second.renderer};
-        for (int i = 0; i < 4; ++i) rig.drawsInto(renderers[i % 2]);
-        // SDL's own count of what it allocated: textures kept on the renderer not
-        // drawn into would pile up here frame after frame.
-        const int settled = SDL_GetNumAllocations();
-        for (int i = 0; i < 40; ++i) EXPECT_TRUE(rig.drawsInto(renderers[i % 2])) << c.name << ", frame " << i;
-        EXPECT_EQ(SDL_GetNumAllocations(), settled) << c.name;
-        rig.backend->releaseRenderer();
-    }
-}
-
 TEST(SdlRenderers, AWindowRendererTheHostDestroyedIsForgottenNotDestroyedAgain) {
     struct Case {
         const char* name;

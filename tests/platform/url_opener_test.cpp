@@ -168,40 +168,4 @@ TEST_F(UrlOpenerTest, HandsOnOnlyHttpHttpsAndTheSchemesTheHostRegistered) {
     EXPECT_FALSE(openAll(makeProgramURLOpener(script_, loop_), {"myapp://item/1"})[0]);
 }
 
-TEST_F(UrlOpenerTest, ChildStillRunningAfterPatienceCountsAsOpenedAndIsReapedLater) {
-    const auto opener = makeProgramURLOpener(script_, loop_, 50ms);
-    EXPECT_TRUE(openAll(opener, {"https://example.com/hold"})[0]);
-    ASSERT_TRUE(fs::exists(dir_ / "held")) << "answered before the child even started";
-    const pid_t pid = std::stoi(slurp(dir_ / "held"));
-    EXPECT_EQ(::kill(pid, 0), 0);
-
-    // Once released it exits and is reaped: kill() stops finding it, even as a zombie.
-    std::ofstream(dir_ / "release");
-    bool gone = false;
-    for (int i = 0; i < 2000 && !gone; ++i)
-        if (!(gone = ::kill(pid, 0) != 0 && errno == ESRCH)) ::usleep(10000);
-    EXPECT_TRUE(gone) << "child " << pid << " left as a zombie";
-    EXPECT_FALSE(openAll(opener, {"myapp://fail"})[0]) << "the opener works after going idle";
-}
-
-TEST_F(UrlOpenerTest, ShutDownAnswersWhatIsPendingAndOpensNothingAfter) {
-    quov::platform::Context context(loop_);
-    context.setURLOpenerProgram(script_);
-    quov::platform::Application& app = context.application();
-    std::vector<bool> answers;
-    app.openURL(std::string("https://example.com/hold"), [&](bool opened) { answers.push_back(opened); });
-    ASSERT_TRUE(loop_.runUntil([&] { return fs::exists(dir_ / "held"); }, 20s));
-
-    context.shutDown();  // returns though the child still runs
-    app.openURL(std::string("https://example.com/after"), [&](bool opened) { answers.push_back(opened); });
-    EXPECT_TRUE(loop_.runUntil([&] { return answers.size() == 2; }, 20s));
-    EXPECT_EQ(answers, (std::vector<bool>{true, false})) << "a started child counts as opened";
-    EXPECT_EQ(slurp(dir_ / "calls"), "https://example.com/hold\n");
-
-    // Left to run and to whoever reaps: here, the test.
-    const pid_t pid = std::stoi(slurp(dir_ / "held"));
-    std::ofstream(dir_ / "release");
-    EXPECT_EQ(::waitpid(pid, nullptr, 0), pid);
-}
-
 }  // namespace

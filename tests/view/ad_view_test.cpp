@@ -181,27 +181,6 @@ TEST(AdViewLayout, FourteenConstraintsBeforeABidSixteenAfterNeverDuplicated) {
     EXPECT_DOUBLE_EQ(view->imageView()->frame().size.width, 318.75);
 }
 
-TEST(AdViewLayout, RemovalWalksToTheRootAndClearsTheViewsOwn) {
-    Rig rig({375, 812});
-    auto view = rig.makeView();
-    auto extra = platform::View::make();
-    rig.window->addSubview(extra);
-    // Relates the image view from the window: found by the walk past the ad view.
-    extra->leadingAnchor().constraintEqualToAnchor(view->imageView()->leadingAnchor())->setActive(true);
-    view->imageView()->widthAnchor().constraintEqualToConstant(7)->setActive(true);
-    const auto unrelated = extra->widthAnchor().constraintEqualToConstant(3);
-    unrelated->setActive(true);
-    view->removeAllConstraintsFromView(view->imageView());
-    EXPECT_TRUE(view->imageView()->constraints().empty());
-    for (const auto& c : rig.window->constraints()) EXPECT_NE(c->secondItem(), view->imageView());
-    EXPECT_TRUE(unrelated->isActive());
-
-    auto loose = platform::View::make();
-    loose->widthAnchor().constraintEqualToConstant(1)->setActive(true);
-    view->removeAllConstraintsFromView(loose);
-    EXPECT_TRUE(loose->constraints().empty());
-}
-
 TEST(AdViewShow, ImageThenImpressionThenOnAdShowThenLayout) {
     Rig rig({375, 812});
     auto view = rig.makeView();
