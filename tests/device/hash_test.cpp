@@ -63,3 +63,43 @@ TEST(Hash, FileMD5OfWhatCannotBeOpenedIsEmptyAndAFailedReadThrows) {
     // Opens fine, but reading address zero of our own memory fails.
     EXPECT_THROW(QVDeviceInfo::fileMD5("/proc/self/mem"), std::system_error);
 }
+
+TEST(Hash, FileMD5OfAFifoWaitsForItsWriter) {
+    // A writer that connects only after the hash started, and one that connects at
+    // once but stays idle before writing: both are hashed whole.
+    using namespace std::chrono_literals;
+    const std::string data(3000, 'q');
+    for (bool lateWriter : {true, false}) {
+        fs::path dir = fs::temp_directory_path() / ("quov-fifo-" + std::to_string(::getpid()));
+        fs::create_directories(dir);
+        const std::string fifo = (dir / "pipe").string();
+        ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+        std::thread writer([&] {
+            sigset_t pipe;  // a reader that gave up must not kill the test binary
+            sigemptyset(&pipe);
+            sigaddset(&pipe, SIGPIPE);
+            pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+            if (lateWriter) std::this_thread::sleep_for(100ms);
+            // Never blocks: gives up when no reader is waiting (any more).
+            int fd = -1;
+            for (int i = 0; i < 300 && fd < 0; ++i) {
+                fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+                if (fd < 0) std::this_thread::sleep_for(10ms);
+            }
+            if (fd >= 0) ::fcntl(fd, F_SETFL, 0);
+            if (!lateWriter) std::this_thread::sleep_for(100ms);  // connected, idle
+            if (fd < 0) return;
+            for (std::size_t off = 0; off < data.size();) {
+                ssize_t n = ::write(fd, data.data() + off, data.size() - off);
+                if (n <= 0) break;
+                off += static_cast<std::size_t>(n);
+            }
+            ::close(fd);
+        });
+        std::string digest;
+        EXPECT_NO_THROW(digest = QVDeviceInfo::fileMD5(fifo)) << "late writer " << lateWriter;
+        writer.join();
+        EXPECT_EQ(digest, QVDeviceInfo::dataMD5(data)) << "late writer " << lateWriter;
+        fs::remove_all(dir);
+    }
+}

@@ -148,10 +148,65 @@ TEST_F(Tracking, EachAttemptIsExactlyOneGetEvenWithAWarmPool) {
     }
 }
 
+TEST_F(Tracking, AHungHostHoldsNoneOfItsTrackersBack) {
+    UnansweringServer hung(UnansweringServer::After::Stall);
+    for (int i = 0; i < 10; ++i) QVRequestHelper::getURLWithRetry(hung.url("/t?i=" + std::to_string(i)), 1, {}, {});
+    EXPECT_TRUE(hung.waitForUnanswered(10, 20s)) << "only " << hung.unanswered() << " on the wire together";
+}  // the server closes them all: each chain ends with one failure
+
+namespace atexit_host {
+
+int finals = 0;
+test::LogCapture* log = nullptr;
+
+// The shape of a host whose static object flushes from its destructor, which
+// runs after the SDK's client was stopped at exit.
+struct Host {
+    ~Host() {
+        const bool flushed = QuovAd::shared().flush(std::chrono::seconds(5));
+        std::fprintf(stderr, "finals=%d retries=%zu flushed=%d\n", finals,
+                     log->linesStartingWith("Retry request").size(), flushed ? 1 : 0);
+    }
+};
+
+}  // namespace atexit_host
+
+TEST(TrackingAtExit, AFlushFromAStaticDestructorEndsAnInFlightChainOnce) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static atexit_host::Host host;  // made before the client, so destroyed after it
+            atexit_host::log = new test::LogCapture;
+            auto* hung = new UnansweringServer(UnansweringServer::After::Stall);
+            QVRequestHelper::getURLWithRetry(hung->url("/t"), 3, {}, [](const Error&) { ++atexit_host::finals; });
+            hung->waitForUnanswered(1, 20s);
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "finals=1 retries=0 flushed=1");
+}
+
 TEST(PercentEncoding, QuerySetStaysEverythingElseIsEscapedByte) {
     EXPECT_EQ(network::percentEncodeQuery("http://h/p?a=1&b=-._~!$'()*+,;:@/"), "http://h/p?a=1&b=-._~!$'()*+,;:@/");
     EXPECT_EQ(network::percentEncodeQuery("%20 #\"<>\\^`{|}[]"), "%2520%20%23%22%3C%3E%5C%5E%60%7B%7C%7D%5B%5D");
     EXPECT_EQ(network::percentEncodeQuery("é\xff\r\n"), "%C3%A9%FF%0D%0A");
+}
+
+TEST(RandomString, UniformOverTheAlphabet) {
+    const std::string alphabet = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    EXPECT_EQ(QVRequestHelper::randomStringWithLength(0), "");
+    EXPECT_NE(QVRequestHelper::randomStringWithLength(18), QVRequestHelper::randomStringWithLength(18));
+    // 62 * 2000 draws; a byte-modulo draw would favour the first eight letters by
+    // a quarter and push the statistic into the thousands.
+    constexpr int kPerChar = 2000;
+    const std::string s = QVRequestHelper::randomStringWithLength(62 * kPerChar);
+    ASSERT_EQ(s.size(), 62u * kPerChar);
+    ASSERT_EQ(s.find_first_not_of(alphabet), std::string::npos);
+    std::array<int, 62> counts{};
+    for (char c : s) ++counts[alphabet.find(c)];
+    double chi2 = 0;
+    for (int n : counts) chi2 += std::pow(n - kPerChar, 2) / kPerChar;
+    // 61 degrees of freedom: chi2 above 140 has odds below one in a billion.
+    EXPECT_LT(chi2, 140.0);
 }
 
 }  // namespace

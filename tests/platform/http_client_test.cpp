@@ -75,6 +75,132 @@ TEST_F(HttpClientTest, GetAndPostCarryWhatWasAskedAndAnswered) {
     EXPECT_EQ(body, post.body);
 }
 
+TEST_F(HttpClientTest, TransportFailuresAreReportedNotThrown) {
+    server.redirect("/to-file", "file:///etc/passwd");
+    server.redirect("/loop", "/loop");
+    Answer big = Answer::json(std::string(300 * 1024, ' '));
+    server.on("/sized", big);
+    big.chunked = true;
+    server.on("/chunked", big);
+    struct Case {
+        const char* name;
+        std::string url;
+        const char* errorPart;
+    };
+    const std::vector<Case> cases = {
+        {"dead port", "http://127.0.0.1:" + std::to_string(TestServer::deadPort()) + "/", ""},
+        {"file scheme", "file:///etc/passwd", ""},
+        {"ftp scheme", "ftp://127.0.0.1/x", ""},
+        {"not a URL", "::::", ""},
+        {"redirect to file", server.url("/to-file"), ""},
+        {"redirect loop", server.url("/loop"), ""},
+        {"body over the cap", server.url("/sized"), "larger than"},
+        {"chunked body over the cap", server.url("/chunked"), "larger than"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        HttpRequest r = get(c.url);
+        r.maxBodyBytes = 100 * 1024;
+        HttpResponse resp = fetch(r);
+        EXPECT_FALSE(resp.transportOk);
+        EXPECT_NE(resp.errorText.find(c.errorPart), std::string::npos) << resp.errorText;
+        EXPECT_FALSE(resp.errorText.empty());
+        EXPECT_TRUE(resp.body.empty());
+    }
+    EXPECT_LE(server.countOn("/loop"), 12u) << "redirects are bounded";
+
+    HttpRequest injected = get(server.url("/h"));
+    injected.headers = {{"appkey", "k\r\nX-Injected: 1"}};
+    EXPECT_FALSE(fetch(injected).transportOk);
+    EXPECT_EQ(server.countOn("/h"), 0u) << "a header that would split is never sent";
+}
+
+TEST_F(HttpClientTest, PathsAreSentAsWrittenNeverNormalised) {
+    test::RawRequestCapture raw;
+    const std::vector<std::string> paths = {"/a/../b", "/./c", "/d/./e/../f?x=../y", "/%2e%2e/g"};
+    for (const auto& path : paths) EXPECT_TRUE(fetch(get(raw.base() + path)).transportOk) << path;
+    const auto got = raw.requests();
+    ASSERT_EQ(got.size(), paths.size());
+    for (std::size_t i = 0; i < paths.size(); ++i)
+        EXPECT_EQ(got[i].first.rfind("GET " + paths[i] + " HTTP/1.1\r\n", 0), 0u) << got[i].first;
+}
+
+TEST_F(HttpClientTest, RedirectsLeaveTheOriginOnlyWhenTheRequestAllowsIt) {
+    TestServer elsewhere;
+    elsewhere.on("/land", Answer::json("{}"));
+    server.on("/land", Answer::json("{}"));
+    server.redirect("/same", "/land", 307);
+    server.redirect("/away", elsewhere.url("/land"), 307);
+    struct Case {
+        const char* path;
+        bool crossOrigin;
+        bool ok;
+        std::size_t elsewhereGets;
+    };
+    const Case cases[] = {
+        {"/same", false, true, 0},
+        {"/away", false, false, 0},
+        {"/away", true, true, 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.path) + (c.crossOrigin ? " cross-origin allowed" : ""));
+        elsewhere.clearReceived();
+        HttpRequest r = get(server.url(c.path));
+        r.method = "POST";
+        r.body = "{}";
+        r.headers = {{"appkey", "secret"}};
+        r.crossOriginRedirects = c.crossOrigin;
+        HttpResponse resp = fetch(r);
+        EXPECT_EQ(resp.transportOk, c.ok) << resp.errorText;
+        EXPECT_EQ(elsewhere.count(), c.elsewhereGets);
+    }
+}
+
+// The pool is warmed with kept-alive connections first; the server then reads
+// each request and closes without a word. Each send reaches it exactly once.
+TEST_F(HttpClientTest, EachRequestGoesOutOnceOnItsOwnNewConnection) {
+    constexpr std::size_t kWarm = 6;
+    UnansweringServer closing(UnansweringServer::After::Close, kWarm);
+    std::size_t answered = 0;
+    for (std::size_t i = 0; i < kWarm; ++i)
+        client.send(get(closing.url("/w")), [&](HttpResponse r) { answered += r.transportOk; });
+    ASSERT_TRUE(loop.runUntil([&] { return client.inFlight() == 0; }, 20s));
+    ASSERT_EQ(answered, kWarm);
+    for (const char* method : {"GET", "POST"}) {
+        SCOPED_TRACE(method);
+        const std::size_t before = closing.unanswered();
+        HttpRequest r = get(closing.url("/x"));
+        r.method = method;
+        r.body = method == std::string("POST") ? "{}" : "";
+        EXPECT_FALSE(fetch(r).transportOk);
+        EXPECT_EQ(closing.unanswered() - before, 1u);
+    }
+    EXPECT_EQ(closing.connections(), closing.count()) << "a connection was reused";
+}
+
+TEST_F(HttpClientTest, ManyRequestsAllCompleteOnTheLoopThread) {
+    Answer slow = Answer::empty();
+    slow.delay = 20ms;
+    server.on("/q", slow);
+    TestServer other;
+    other.on("/q", slow);
+    const auto mainThread = std::this_thread::get_id();
+    int ok = 0;
+    bool allOnMain = true;
+    for (int i = 0; i < 30; ++i) {
+        for (TestServer* s : {&server, &other}) {
+            client.send(get(s->url("/q")), [&](HttpResponse r) {
+                allOnMain = allOnMain && std::this_thread::get_id() == mainThread;
+                ok += r.transportOk && r.status == 200;
+            });
+        }
+    }
+    EXPECT_EQ(client.inFlight(), 60u);
+    ASSERT_TRUE(loop.runUntil([&] { return client.inFlight() == 0; }, 60s));
+    EXPECT_EQ(ok, 60);
+    EXPECT_TRUE(allOnMain);
+}
+
 TEST_F(HttpClientTest, AnotherLaneNeverWaitsBehindAHostsBusyConnections) {
     Answer stuck = Answer::empty();
     stuck.delay = 3s;  // trackers at a slow endpoint fill the host's slots
@@ -123,6 +249,20 @@ TEST(HttpClientLifecycle, DestroyingWithRequestsInFlightCompletesThemWithAnError
     loop.drain();
     ASSERT_EQ(got.size(), 8u) << "every caller hears back exactly once";
     for (const auto& r : got) EXPECT_TRUE(!r.transportOk && r.shutDown);
+}
+
+TEST(HttpClientLifecycle, SendsAfterShutDownFailOnceMarkedFinal) {
+    MainLoop loop;
+    HttpClient client(loop);
+    client.shutDown();
+    client.shutDown();
+    int calls = 0;
+    HttpRequest r;
+    r.url = "http://127.0.0.1:" + std::to_string(TestServer::deadPort()) + "/";
+    client.send(r, [&](HttpResponse resp) { calls += !resp.transportOk && resp.shutDown; });
+    loop.drain();
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(client.inFlight(), 0u);
 }
 
 // A listener that never accepts: connections to it hang until their time-out.

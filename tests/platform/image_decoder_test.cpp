@@ -45,6 +45,37 @@ TEST(ImageDecoder, DecodesEachFormatToRgbaRowsTopDown) {
     }
 }
 
+TEST(ImageDecoder, PixelsEqualTheLibrarysOwnConversion) {
+    // Odd widths give decoded rows with padding; JPEG decodes to 24-bit, PNG with
+    // alpha to 32-bit: each must come out as SDL's conversion to RGBA would.
+    const auto pattern = [](int x, int y) {
+        return (static_cast<std::uint32_t>(x * 37 % 256) << 24) | (static_cast<std::uint32_t>(y * 91 % 256) << 16) |
+               (static_cast<std::uint32_t>((x ^ y) * 13 % 256) << 8) | static_cast<std::uint32_t>((x + y) * 29 % 256);
+    };
+    const std::pair<const char*, std::string> cases[] = {
+        {"png 33x7", t::encodePNG(33, 7, pattern)},
+        {"jpeg 45x9", t::encodeJPEG(45, 9, pattern)},
+        {"webp", t::onePixelWebP()},
+    };
+    for (const auto& [name, bytes] : cases) {
+        SCOPED_TRACE(name);
+        SDL_Surface* raw = IMG_Load_RW(SDL_RWFromConstMem(bytes.data(), static_cast<int>(bytes.size())), 1);
+        ASSERT_TRUE(raw);
+        SDL_Surface* ref = SDL_ConvertSurfaceFormat(raw, SDL_PIXELFORMAT_RGBA32, 0);
+        SDL_FreeSurface(raw);
+        ASSERT_TRUE(ref);
+        std::vector<std::uint8_t> expected;
+        for (int y = 0; y < ref->h; ++y) {
+            const auto* row = static_cast<const std::uint8_t*>(ref->pixels) + static_cast<std::ptrdiff_t>(y) * ref->pitch;
+            expected.insert(expected.end(), row, row + ref->w * 4);
+        }
+        SDL_FreeSurface(ref);
+        const auto image = decodeImage(bytes);
+        ASSERT_TRUE(image);
+        EXPECT_EQ(image->rgba, expected);
+    }
+}
+
 // The largest block SDL is asked for, through SDL's own allocator hooks; the
 // originals still do the work, so blocks may cross the swap.
 class LargestSDLAllocation {

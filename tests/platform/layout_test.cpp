@@ -209,4 +209,92 @@ TEST(LayoutSolve, UnderAndOverDeterminedAndBrokenSystemsHaveADefinedResult) {
     }
 }
 
+TEST(LayoutSolve, RandomSystemsNeverThrowAndGiveFiniteFrames) {
+    test::LogCapture quiet;
+    std::mt19937 rng(1234);
+    const LayoutAttribute xs[] = {LayoutAttribute::Leading, LayoutAttribute::Trailing, LayoutAttribute::CenterX,
+                                  LayoutAttribute::Width};
+    const LayoutAttribute ys[] = {LayoutAttribute::Top, LayoutAttribute::Bottom, LayoutAttribute::CenterY,
+                                  LayoutAttribute::Height};
+    for (int round = 0; round < 50; ++round) {
+        auto root = View::make({{0, 0}, {640, 480}});
+        std::vector<ViewPtr> views{root};
+        for (int i = 0; i < 12; ++i)
+            views.push_back(constrainedView(views[rng() % views.size()], {{double(rng() % 50), 0}, {10, 10}}));
+        for (int i = 0; i < 30; ++i) {
+            const auto* axis = rng() % 2 ? xs : ys;
+            const auto a = views[rng() % views.size()], b = views[rng() % views.size()];
+            const auto attrA = axis[rng() % 4], attrB = axis[rng() % 4];
+            auto c = std::make_shared<LayoutConstraint>(a, attrA, b, attrB, double(rng() % 200) - 100);
+            ASSERT_NO_THROW(c->setActive(true));
+        }
+        ASSERT_NO_THROW(LayoutSolver::solve(*root));
+        for (const auto& v : views) {
+            const Rect f = v->frame();
+            ASSERT_TRUE(std::isfinite(f.origin.x + f.origin.y + f.size.width + f.size.height));
+        }
+    }
+}
+
 }  // namespace
+
+namespace {
+
+// An ad over the window: a panel at an offset, an image centred in it, a close box
+// with conflicting widths (least squares) and a badge whose x nothing fixes (kept).
+std::vector<ViewPtr> addAd(const ViewPtr& window, int i) {
+    const double k = i;
+    auto panel = constrainedView(window);
+    auto image = constrainedView(panel);
+    auto close = constrainedView(panel);
+    auto badge = constrainedView(panel, {{7 + k, 0}, {0, 0}});
+    LayoutConstraint::activateConstraints({
+        panel->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor(), 3 * k),
+        panel->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor(), -k),
+        panel->topAnchor().constraintEqualToAnchor(window->topAnchor(), 11 * k),
+        panel->heightAnchor().constraintEqualToConstant(250.5 + k),
+        image->centerXAnchor().constraintEqualToAnchor(panel->centerXAnchor()),
+        image->centerYAnchor().constraintEqualToAnchor(panel->centerYAnchor()),
+        image->widthAnchor().constraintEqualToConstant(300),
+        image->heightAnchor().constraintEqualToAnchor(image->widthAnchor(), 0),
+        close->leadingAnchor().constraintEqualToAnchor(image->trailingAnchor(), 10),
+        close->topAnchor().constraintEqualToAnchor(image->topAnchor(), -3),
+        close->widthAnchor().constraintEqualToConstant(40),
+        close->widthAnchor().constraintEqualToConstant(44 + k),
+        close->heightAnchor().constraintEqualToAnchor(close->widthAnchor()),
+        badge->topAnchor().constraintEqualToAnchor(close->bottomAnchor(), 2),
+        badge->widthAnchor().constraintEqualToConstant(20),
+        badge->heightAnchor().constraintEqualToConstant(12),
+    });
+    return {panel, image, close, badge};
+}
+
+}  // namespace
+
+TEST(LayoutSolve, StackedAdsSolveAsEachWouldAlone) {
+    // Ads share no unknown, so each one's frames must come out bit for bit as when
+    // it is the only one in its window, however many are stacked.
+    constexpr int kAds = 12;
+    auto stacked = Window::make({{0, 0}, {1280, 720}});
+    std::vector<std::vector<ViewPtr>> inStack;
+    for (int i = 0; i < kAds; ++i) inStack.push_back(addAd(stacked, i));
+    auto whole = LayoutSolver::solve(*stacked);
+    EXPECT_FALSE(whole.consistent) << "the close boxes' widths conflict";
+
+    std::size_t rank = 0;
+    for (int i = 0; i < kAds; ++i) {
+        auto alone = Window::make({{0, 0}, {1280, 720}});
+        auto views = addAd(alone, i);
+        rank += LayoutSolver::solve(*alone).rank;
+        for (std::size_t v = 0; v < views.size(); ++v) {
+            const Rect a = views[v]->frame(), s = inStack[i][v]->frame();
+            EXPECT_EQ(s.origin.x, a.origin.x) << "ad " << i << " view " << v;
+            EXPECT_EQ(s.origin.y, a.origin.y) << "ad " << i << " view " << v;
+            EXPECT_EQ(s.size.width, a.size.width) << "ad " << i << " view " << v;
+            EXPECT_EQ(s.size.height, a.size.height) << "ad " << i << " view " << v;
+        }
+        EXPECT_EQ(inStack[i][3]->frame().origin.x, 7 + i) << "free x keeps its value";
+        EXPECT_EQ(inStack[i][2]->frame().size.width, 42 + i * 0.5) << "least squares between 40 and 44+i";
+    }
+    EXPECT_EQ(whole.rank, rank);
+}

@@ -1,0 +1,172 @@
+// The software renderer's fast path against plain SDL calls on the same tree:
+// prescaled images, tiled translucent fills and fills skipped under opaque
+// images must leave the frame as it was.
+#include "platform/sdl/SdlBackend.h"
+#include "platform/toolkit/Application.h"
+#include "platform/toolkit/Button.h"
+#include "platform/toolkit/ImageView.h"
+#include "tests/support/SdlHeadless.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+namespace {
+
+using namespace quov;
+using namespace quov::platform;
+
+std::uint8_t channel(double v) { return static_cast<std::uint8_t>(std::lround(std::clamp(v, 0.0, 1.0) * 255.0)); }
+
+/// The unoptimised path: every fill and every image handed to SDL as it comes.
+class PlainPainter : public Painter {
+public:
+    PlainPainter(SDL_Renderer* r, TextureCache& t, double sx, double sy) : r_(r), t_(t), sx_(sx), sy_(sy) {}
+    void fillRect(const Rect& rect, const Color& c) override {
+        const SDL_FRect f = px(rect);
+        if (f.w <= 0 || f.h <= 0) return;
+        SDL_SetRenderDrawColor(r_, channel(c.red), channel(c.green), channel(c.blue), channel(c.alpha));
+        SDL_RenderFillRectF(r_, &f);
+    }
+    void drawImage(const ImagePtr& image, const Rect& s, const Rect& d, double alpha) override {
+        SDL_Texture* t = t_.textureFor(image);
+        const SDL_FRect f = px(d);
+        if (!t || f.w <= 0 || f.h <= 0) return;
+        const SDL_Rect src{static_cast<int>(std::lround(s.origin.x)), static_cast<int>(std::lround(s.origin.y)),
+                           std::max(1, static_cast<int>(std::lround(s.size.width))),
+                           std::max(1, static_cast<int>(std::lround(s.size.height)))};
+        SDL_SetTextureAlphaMod(t, channel(alpha));
+        SDL_RenderCopyF(r_, t, &src, &f);
+    }
+
+private:
+    SDL_FRect px(const Rect& r) const {
+        return {float(r.origin.x * sx_), float(r.origin.y * sy_), float(r.size.width * sx_),
+                float(r.size.height * sy_)};
+    }
+    SDL_Renderer* r_;
+    TextureCache& t_;
+    double sx_, sy_;
+};
+
+ImagePtr pattern(int w, int h, bool holes) {
+    auto img = std::make_shared<Image>();
+    img->width = w;
+    img->height = h;
+    img->rgba.resize(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 4);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            auto* p = &img->rgba[(static_cast<std::size_t>(y) * static_cast<std::size_t>(w) + static_cast<std::size_t>(x)) * 4];
+            p[0] = static_cast<std::uint8_t>(x * 7);
+            p[1] = static_cast<std::uint8_t>(y * 5);
+            p[2] = static_cast<std::uint8_t>((x ^ y) * 3);
+            p[3] = holes ? static_cast<std::uint8_t>((x / 9 + y / 7) % 3 == 0 ? 0 : 90 + (x * y) % 160) : 255;
+        }
+    return img;
+}
+
+struct Scene {
+    const char* name;
+    int width, height;
+    ContentMode mode;
+    bool transparentCreative;
+    double imageAlpha;
+};
+
+class SoftwareFrame : public ::testing::TestWithParam<Scene> {};
+
+// The ad's shape: a full-screen translucent mask, an image over it, a button beside it.
+TEST_P(SoftwareFrame, MatchesPlainSdlCallsPixelForPixel) {
+    const Scene scene = GetParam();
+    HeadlessDisplay display(scene.width, scene.height);
+    MainLoop loop;
+    Application app(loop);
+    SdlBackend backend(app);
+    backend.attachWindow(display.window());
+    auto window = app.keyWindow();
+    const double w = scene.width, h = scene.height;
+    auto mask = View::make(window->bounds());
+    mask->setBackgroundColor(Color::black());
+    mask->setAlpha(0.8);
+    const Rect imageFrame{{w * 0.131 + 0.4, h * 0.077 + 0.3}, {w * 0.61 + 0.7, h * 0.71 + 0.2}};
+    auto image = ImageView::make(imageFrame);
+    image->setContentMode(scene.mode);
+    image->setImage(pattern(301, 257, scene.transparentCreative));
+    image->setAlpha(scene.imageAlpha);
+    auto button = Button::make({{imageFrame.origin.x + imageFrame.size.width + 10.5, imageFrame.origin.y - 3}, {40, 40}});
+    button->setContentEdgeInsets({5, 5, 5, 5});
+    button->setImage(pattern(120, 120, true), ControlState::Normal);
+    for (const ViewPtr& v : {mask, ViewPtr(image), ViewPtr(button)}) window->addSubview(v);
+
+    const auto background = [&] {
+        display.clear(30, 60, 90);
+        // A varied background so every blend rounding shows.
+        for (int y = 0; y < scene.height; y += 16)
+            for (int x = 0; x < scene.width; x += 16) {
+                SDL_SetRenderDrawColor(display.renderer(), Uint8(x * 3), Uint8(y * 5), Uint8(x + y), 255);
+                const SDL_Rect r{x, y, 16, 16};
+                SDL_RenderFillRect(display.renderer(), &r);
+            }
+    };
+    background();
+    backend.render(display.renderer());
+    const PixelBuffer fast = display.readPixels();
+
+    background();
+    {
+        TextureCache textures;
+        textures.bind(display.renderer());
+        SDL_SetRenderDrawBlendMode(display.renderer(), SDL_BLENDMODE_BLEND);
+        PlainPainter plain(display.renderer(), textures, 1, 1);
+        window->layoutIfNeeded();
+        drawViewTree(*window, plain);
+        SDL_RenderFlush(display.renderer());
+        textures.clear();
+    }
+    const PixelBuffer reference = display.readPixels();
+    ASSERT_EQ(fast.rgba.size(), reference.rgba.size());
+
+    // The constant-alpha copy rounds the mask's blend its own way: one level at most.
+    // Opaque image pixels are exact.
+    const auto picture = image->frame();
+    int worst = 0, exactMisses = 0;
+    for (int y = 0; y < fast.height; ++y)
+        for (int x = 0; x < fast.width; ++x) {
+            const auto a = fast.at(x, y), b = reference.at(x, y);
+            const int d = std::max({std::abs(a.r - b.r), std::abs(a.g - b.g), std::abs(a.b - b.b)});
+            worst = std::max(worst, d);
+            const bool underOpaqueImage = !scene.transparentCreative && scene.imageAlpha == 1 &&
+                                          x >= picture.origin.x + 2 && x < picture.origin.x + picture.size.width - 2 &&
+                                          y >= picture.origin.y + 2 && y < picture.origin.y + picture.size.height - 2;
+            if (d && underOpaqueImage && scene.mode == ContentMode::ScaleToFill) ++exactMisses;
+        }
+    EXPECT_LE(worst, 1) << scene.name;
+    EXPECT_EQ(exactMisses, 0) << scene.name;
+
+    // Scaled once; again only when the on-screen size changes.
+    const auto scalings = backend.softwareCache().scalings();
+    EXPECT_GE(scalings, 1u);
+    for (int i = 0; i < 3; ++i) backend.render(display.renderer());
+    EXPECT_EQ(backend.softwareCache().scalings(), scalings);
+    image->setFrame({imageFrame.origin, {imageFrame.size.width - 20, imageFrame.size.height - 20}});
+    backend.render(display.renderer());
+    EXPECT_EQ(backend.softwareCache().scalings(), scalings + 1);
+    backend.releaseRenderer();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scenes, SoftwareFrame,
+    ::testing::Values(Scene{"portrait", 270, 480, ContentMode::ScaleToFill, false, 1},
+                      Scene{"landscape", 480, 270, ContentMode::ScaleAspectFit, false, 1},
+                      Scene{"landscape fill", 480, 270, ContentMode::ScaleAspectFill, false, 1},
+                      Scene{"transparent creative", 300, 400, ContentMode::ScaleAspectFit, true, 1},
+                      Scene{"translucent view", 400, 300, ContentMode::ScaleToFill, false, 0.6}),
+    [](const auto& param) {
+        std::string n = param.param.name;
+        std::replace(n.begin(), n.end(), ' ', '_');
+        return n;
+    });
+
+}  // namespace
