@@ -1,5 +1,7 @@
 #include "support/FaultServer.h"
 
+#include "support/TestServer.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <openssl/evp.h>
@@ -100,15 +102,7 @@ void FaultServer::Conn::reset() {
 
 FaultServer::FaultServer(Behaviour behaviour, bool tls) : behaviour_(std::move(behaviour)), tls_(tls) {
     if (tls_) sslContext_ = selfSignedContext();
-    listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof addr;
-    if (listenFd_ < 0 || ::bind(listenFd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-        ::listen(listenFd_, 64) != 0 || ::getsockname(listenFd_, reinterpret_cast<sockaddr*>(&addr), &len) != 0)
-        throw std::runtime_error("FaultServer: cannot listen on loopback");
-    port_ = ntohs(addr.sin_port);
+    listenFd_ = listenOnLoopback(64, port_, "FaultServer");
     acceptor_ = std::thread([this] {
         for (;;) {
             const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);

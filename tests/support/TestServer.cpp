@@ -16,6 +16,21 @@
 
 namespace quov::test {
 
+int listenOnLoopback(int backlog, int& port, const char* who) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof addr;
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(fd, backlog) != 0 ||
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
+        if (fd >= 0) ::close(fd);
+        throw std::runtime_error(std::string(who) + ": cannot listen on 127.0.0.1");
+    }
+    port = ntohs(addr.sin_port);
+    return fd;
+}
+
 std::string Received::header(const std::string& name) const {
     for (const auto& [k, v] : headers)
         if (strcasecmp(k.c_str(), name.c_str()) == 0) return v;
@@ -183,18 +198,7 @@ int TestServer::deadPort() {
 }
 
 RawRequestCapture::RawRequestCapture(std::string response) : response_(std::move(response)) {
-    listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof addr;
-    if (listenFd_ < 0 || ::bind(listenFd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-        ::listen(listenFd_, 16) != 0 ||
-        ::getsockname(listenFd_, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
-        if (listenFd_ >= 0) ::close(listenFd_);
-        throw std::runtime_error("RawRequestCapture: cannot listen on 127.0.0.1");
-    }
-    port_ = ntohs(addr.sin_port);
+    listenFd_ = listenOnLoopback(16, port_, "RawRequestCapture");
     thread_ = std::thread([this] { serve(); });
 }
 
@@ -285,18 +289,7 @@ bool readRequest(int fd, std::string& pending) {
 
 UnansweringServer::UnansweringServer(After after, std::size_t answered, std::string answer)
     : after_(after), answered_(answered), answer_(std::move(answer)) {
-    listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof addr;
-    if (listenFd_ < 0 || ::bind(listenFd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-        ::listen(listenFd_, 256) != 0 ||
-        ::getsockname(listenFd_, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
-        if (listenFd_ >= 0) ::close(listenFd_);
-        throw std::runtime_error("UnansweringServer: cannot listen on 127.0.0.1");
-    }
-    port_ = ntohs(addr.sin_port);
+    listenFd_ = listenOnLoopback(256, port_, "UnansweringServer");
     acceptor_ = std::thread([this] {
         for (;;) {
             const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);

@@ -17,6 +17,10 @@ class Server;
 
 namespace quov::test {
 
+/// A socket listening on 127.0.0.1 at a free port (written to port); throws, naming
+/// who, when the kernel refuses.
+int listenOnLoopback(int backlog, int& port, const char* who);
+
 /// One scripted answer of the test server.
 struct Answer {
     int status = 200;
