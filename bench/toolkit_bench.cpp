@@ -2,6 +2,7 @@
 // run and reports the ratio, so figures compare across machines.
 #include "platform/toolkit/Application.h"
 #include "platform/toolkit/Button.h"
+#include "platform/toolkit/FrameSurface.h"
 #include "platform/toolkit/ImageView.h"
 #include "platform/media/ResourceBundle.h"
 #include "platform/sdl/SdlBackend.h"
@@ -178,6 +179,23 @@ void BM_RenderFrame1080p(benchmark::State& state) {
     backend.releaseRenderer();
 }
 BENCHMARK(BM_RenderFrame1080p)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// The same 1920x1080 ad drawn into a host's RGBA buffer, as a host renderer asks for
+// it: every call clears the buffer and draws the whole tree again.
+void BM_RgbaFrame1080p(benchmark::State& state) {
+    MainLoop loop;
+    Application app(loop);
+    FrameSurface surface(app);
+    surface.attach(1920, 1080, 1);
+    addAdScene(app.keyWindow());
+    std::vector<std::uint8_t> pixels(1920 * 1080 * 4);
+    const RgbaTarget target{pixels.data(), 1920, 1080, 1920 * 4};
+    for (auto _ : state) {
+        surface.draw(target);
+        benchmark::DoNotOptimize(pixels.data());
+    }
+}
+BENCHMARK(BM_RgbaFrame1080p)->Unit(benchmark::kMillisecond);
 
 long residentKiB() {
     long pages = 0, resident = 0;
