@@ -11,8 +11,6 @@ namespace quov::platform {
 namespace {
 
 constexpr std::uint64_t kIdleFrames = 120;  // undrawn this long: let the scaled copy go
-// Smaller fills cost little either way; the tile path only pays off on large ones.
-constexpr long kTileMinArea = 64L * 64L;
 
 std::uint8_t channel(double v) {
     return static_cast<std::uint8_t>(std::lround(std::clamp(v, 0.0, 1.0) * 255.0));
@@ -43,7 +41,58 @@ void subtract(const SDL_Rect& a, const SDL_Rect& b, std::vector<SDL_Rect>& out) 
         if (!empty(p)) out.push_back(p);
 }
 
+// Per byte of a pixel run: dst * mul / 255 (floored) + add. A whole number of pixels
+// repeated, so any 64-byte stretch of a row starts on a pixel.
+struct BlendPattern {
+    std::uint8_t mul[64], add[64];
+};
+
+// floor(x / 255) for x <= 255 * 255 without a division: a fixed count the compiler
+// turns into vector code.
+template <int N>
+inline void blendBytes(std::uint8_t* __restrict p, const BlendPattern& k) {
+    for (int i = 0; i < N; ++i) {
+        const auto x = static_cast<std::uint16_t>(k.mul[i] * p[i]);
+        p[i] = static_cast<std::uint8_t>(((x + 1 + (x >> 8)) >> 8) + k.add[i]);
+    }
+}
+
 }  // namespace
+
+bool blendFill(SDL_Surface* surface, const SDL_Rect& rect, std::uint8_t r, std::uint8_t g, std::uint8_t b,
+               std::uint8_t a) {
+    if (!surface || !surface->format || surface->format->BytesPerPixel != 4) return false;
+    const std::uint32_t format = surface->format->format;
+    if (format != SDL_PIXELFORMAT_RGB888 && format != SDL_PIXELFORMAT_ARGB8888) return false;
+    SDL_Rect area;
+    if (!SDL_IntersectRect(&rect, &surface->clip_rect, &area)) return true;
+
+    // SDL premultiplies the colour, then per channel: dst * (255 - a) / 255 + colour.
+    // Alpha, where the format has it, blends the same way with a itself; an RGB888
+    // pixel's spare byte comes out zero.
+    const auto mul255 = [a](std::uint8_t c) { return static_cast<std::uint32_t>(c * a / 255); };
+    const std::uint32_t inverse = 255u - a;
+    const bool alpha = format == SDL_PIXELFORMAT_ARGB8888;
+    const std::uint32_t mulPixel = inverse * 0x010101u | (alpha ? inverse << 24 : 0u);
+    const std::uint32_t addPixel = mul255(r) << 16 | mul255(g) << 8 | mul255(b) | (alpha ? std::uint32_t{a} << 24 : 0u);
+    BlendPattern k;
+    for (int i = 0; i < 64; i += 4) {
+        std::memcpy(k.mul + i, &mulPixel, 4);
+        std::memcpy(k.add + i, &addPixel, 4);
+    }
+
+    if (SDL_MUSTLOCK(surface) && SDL_LockSurface(surface) != 0) return false;
+    const int bytes = area.w * 4;
+    for (int y = area.y; y < area.y + area.h; ++y) {
+        auto* p = static_cast<std::uint8_t*>(surface->pixels) + static_cast<std::ptrdiff_t>(y) * surface->pitch +
+                  static_cast<std::ptrdiff_t>(area.x) * 4;
+        int i = 0;
+        for (; i + 64 <= bytes; i += 64) blendBytes<64>(p + i, k);
+        for (; i < bytes; i += 4) blendBytes<4>(p + i, k);
+    }
+    if (SDL_MUSTLOCK(surface)) SDL_UnlockSurface(surface);
+    return true;
+}
 
 bool isSoftwareRenderer(SDL_Renderer* renderer) {
     SDL_RendererInfo info;
@@ -65,10 +114,7 @@ void SoftwareCache::endFrame() {
     });
 }
 
-void SoftwareCache::clear() {
-    entries_.clear();
-    tile_.reset();
-}
+void SoftwareCache::clear() { entries_.clear(); }
 
 void SoftwareCache::forget() {
     for (Entry& e : entries_) {
@@ -76,7 +122,6 @@ void SoftwareCache::forget() {
         (void)e.opaque.release();
     }
     entries_.clear();
-    (void)tile_.release();
 }
 
 std::uint32_t SoftwareCache::windowFormat() const {
@@ -130,28 +175,6 @@ SoftwareCache::Scaled SoftwareCache::scaled(const ImagePtr& image, const SDL_Rec
     }
     entries_.push_back(std::move(e));
     return {entries_.back().blended.get(), entries_.back().opaque.get()};
-}
-
-SDL_Texture* SoftwareCache::tile(std::uint8_t r, std::uint8_t g, std::uint8_t b) {
-    const std::uint32_t colour = 0xff000000u | (std::uint32_t{r} << 16) | (std::uint32_t{g} << 8) | b;
-    if (tile_ && tileColour_ == colour) return tile_.get();
-    const std::uint32_t format = windowFormat();
-    if (!tile_) {
-        tile_.reset(SDL_CreateTexture(renderer_, format, SDL_TEXTUREACCESS_STATIC, kTile, kTile));
-        if (!tile_) return nullptr;
-        SDL_SetTextureBlendMode(tile_.get(), SDL_BLENDMODE_BLEND);
-    }
-    SDL_PixelFormat* pf = SDL_AllocFormat(format);
-    if (!pf) return nullptr;
-    const std::uint32_t pixel = SDL_MapRGBA(pf, r, g, b, 255);
-    SDL_FreeFormat(pf);
-    std::vector<std::uint32_t> pixels(static_cast<std::size_t>(kTile) * kTile, pixel);
-    if (SDL_UpdateTexture(tile_.get(), nullptr, pixels.data(), kTile * 4) != 0) {
-        tile_.reset();
-        return nullptr;
-    }
-    tileColour_ = colour;
-    return tile_.get();
 }
 
 // ---------------------------------------------------------------- painter
@@ -208,21 +231,34 @@ void SoftwarePainter::drawImage(const ImagePtr& image, const Rect& source, const
     ops_.push_back(std::move(op));
 }
 
-void SoftwarePainter::drawFill(const Op& op, const SDL_Rect& part) {
+SDL_Surface* SoftwarePainter::windowSurface() const {
+    // Only where the renderer draws straight into the window's surface, one to one.
+    SDL_Window* window = SDL_RenderGetWindow(r_);
+    if (!window || SDL_GetRenderTarget(r_) || SDL_RenderIsClipEnabled(r_)) return nullptr;
+    float scaleX = 0, scaleY = 0;
+    SDL_RenderGetScale(r_, &scaleX, &scaleY);
+    int logicalW = 0, logicalH = 0;
+    SDL_RenderGetLogicalSize(r_, &logicalW, &logicalH);
+    if (scaleX != 1.0f || scaleY != 1.0f || logicalW != 0 || logicalH != 0) return nullptr;
+    // Queued drawing lands first, and the surface is the one SDL draws into now.
+    if (SDL_RenderFlush(r_) != 0) return nullptr;
+    SDL_Surface* surface = SDL_GetWindowSurface(window);
+    if (!surface) return nullptr;
+    SDL_Rect viewport;
+    SDL_RenderGetViewport(r_, &viewport);
+    int ow = 0, oh = 0;
+    if (SDL_GetRendererOutputSize(r_, &ow, &oh) != 0 || ow != surface->w || oh != surface->h) return nullptr;
+    if (viewport.x != 0 || viewport.y != 0 || viewport.w != surface->w || viewport.h != surface->h) return nullptr;
+    const std::uint32_t format = surface->format->format;
+    return format == SDL_PIXELFORMAT_RGB888 || format == SDL_PIXELFORMAT_ARGB8888 ? surface : nullptr;
+}
+
+void SoftwarePainter::drawFill(const Op& op, const SDL_Rect& part, SDL_Surface* surface) {
     const std::uint8_t a = op.rgba[3];
-    if (a > 0 && a < 255 && static_cast<long>(part.w) * part.h >= kTileMinArea) {
-        if (SDL_Texture* t = cache_.tile(op.rgba[0], op.rgba[1], op.rgba[2])) {
-            SDL_SetTextureAlphaMod(t, a);
-            for (int y = part.y; y < part.y + part.h; y += SoftwareCache::kTile)
-                for (int x = part.x; x < part.x + part.w; x += SoftwareCache::kTile) {
-                    const SDL_Rect s{0, 0, std::min(SoftwareCache::kTile, part.x + part.w - x),
-                                     std::min(SoftwareCache::kTile, part.y + part.h - y)};
-                    const SDL_Rect d{x, y, s.w, s.h};
-                    SDL_RenderCopy(r_, t, &s, &d);
-                }
-            return;
-        }
-    }
+    // SDL's own blended fill divides per channel: exact but slow on a full screen.
+    if (surface && a > 0 && a < 255 && SDL_RenderFlush(r_) == 0 &&
+        blendFill(surface, part, op.rgba[0], op.rgba[1], op.rgba[2], a))
+        return;
     SDL_SetRenderDrawColor(r_, op.rgba[0], op.rgba[1], op.rgba[2], a);
     SDL_RenderFillRect(r_, &part);
 }
@@ -237,6 +273,8 @@ void SoftwarePainter::finish() {
         covers[i] = op.pixels;
     }
     std::vector<SDL_Rect> parts, next;
+    SDL_Surface* surface = nullptr;
+    bool surfaceChecked = false;
     for (std::size_t i = 0; i < ops_.size(); ++i) {
         const Op& op = ops_[i];
         if (op.fill) {
@@ -253,7 +291,11 @@ void SoftwarePainter::finish() {
                 for (const SDL_Rect& p : parts) subtract(p, covers[j], next);
                 parts.swap(next);
             }
-            for (const SDL_Rect& p : parts) drawFill(op, p);
+            if (!surfaceChecked && !parts.empty()) {
+                surface = windowSurface();
+                surfaceChecked = true;
+            }
+            for (const SDL_Rect& p : parts) drawFill(op, p, surface);
         } else if (op.scaled.opaque && op.rgba[3] == 255) {
             SDL_RenderCopy(r_, op.scaled.opaque, nullptr, &op.pixels);
         } else if (op.scaled.blended) {

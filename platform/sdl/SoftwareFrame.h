@@ -15,9 +15,15 @@ class TextureCache;
 /// True for SDL's software renderer, where every pixel blended costs CPU time.
 bool isSoftwareRenderer(SDL_Renderer* renderer);
 
+/// Blends a colour over rect (clipped to the surface's clip rectangle) in place,
+/// with the same integer rounding as SDL's blended fill, so the bytes come out as
+/// SDL_RenderFillRect would leave them. Only 32-bit RGB888 and ARGB8888 surfaces;
+/// false, with nothing drawn, for any other.
+bool blendFill(SDL_Surface* surface, const SDL_Rect& rect, std::uint8_t r, std::uint8_t g, std::uint8_t b,
+               std::uint8_t a);
+
 /// What the software renderer keeps between frames: each image scaled once to
-/// the pixel size it is shown at, and the tile translucent fills are copied from.
-/// One renderer at a time; main thread.
+/// the pixel size it is shown at. One renderer at a time; main thread.
 class SoftwareCache {
 public:
     SoftwareCache() = default;
@@ -42,9 +48,6 @@ public:
     };
     /// The image's source rectangle scaled to w x h pixels; nothing when it cannot be made.
     Scaled scaled(const ImagePtr& image, const SDL_Rect& source, int w, int h);
-    /// An opaque tile of the colour, kTile pixels square, in the window's format.
-    SDL_Texture* tile(std::uint8_t r, std::uint8_t g, std::uint8_t b);
-    static constexpr int kTile = 256;
 
 private:
     struct Destroy {
@@ -63,15 +66,13 @@ private:
 
     SDL_Renderer* renderer_ = nullptr;
     std::vector<Entry> entries_;
-    Texture tile_;
-    std::uint32_t tileColour_ = 0;
     std::uint64_t frame_ = 0;
     std::size_t scalings_ = 0;
 };
 
 /// Paints on the software renderer with the same pixels as plain SDL calls,
-/// but cheaper: images come prescaled, large translucent fills are constant-alpha
-/// copies of a tile, and fills hidden under a later opaque image are skipped.
+/// but cheaper: images come prescaled, translucent fills are blended straight
+/// into the window's surface, and fills hidden under a later opaque image are skipped.
 /// Collects the frame, then draws it in finish().
 class SoftwarePainter : public Painter {
 public:
@@ -92,7 +93,8 @@ private:
         SoftwareCache::Scaled scaled;
     };
     SDL_FRect toPixels(const Rect& r) const;
-    void drawFill(const Op& op, const SDL_Rect& part);
+    SDL_Surface* windowSurface() const;
+    void drawFill(const Op& op, const SDL_Rect& part, SDL_Surface* surface);
 
     SDL_Renderer* r_;
     SoftwareCache& cache_;
