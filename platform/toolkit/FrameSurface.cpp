@@ -57,7 +57,7 @@ bool FrameSurface::draw(const RgbaTarget& t) {
     for (int y = 0; y < t.height; ++y)
         std::memset(t.pixels + static_cast<std::ptrdiff_t>(y) * t.stride, 0, static_cast<std::size_t>(t.width) * 4);
     DisplayList list = record(t.width, t.height);
-    RgbaPainter painter(t, 1, 1);
+    RgbaPainter painter(t, 1, 1, &images_);
     list.replay(painter);
     lastDrawn_ = std::move(list);
     lastWidth_ = t.width;

@@ -26,6 +26,7 @@ private:
     Application& app_;
     HostInput input_;
     double scale_ = 1;
+    RgbaImageCache images_;
     std::optional<DisplayList> lastDrawn_;
     int lastWidth_ = 0, lastHeight_ = 0;
     bool surfaceChanged_ = false;

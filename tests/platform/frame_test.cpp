@@ -4,6 +4,7 @@
 
 #include "platform/toolkit/Window.h"
 #include "platform/toolkit/FrameSurface.h"
+#include "platform/toolkit/RgbaPainter.h"
 #include "view/QVAdView.h"
 
 #include <gtest/gtest.h>
@@ -111,7 +112,7 @@ TEST(FrameSurface, DrawsMaskImageAndCloseButtonWhereTheyAreLaidOut) {
     };
     for (const auto& p : probes) {
         const auto got = buf.at(p.x, p.y, Rig::kScale);
-        for (int c = 0; c < 4; ++c) EXPECT_NEAR(got[c], p.want[c], 2) << p.what << " channel " << c << " = " << got[c];
+        for (int c = 0; c < 4; ++c) EXPECT_EQ(got[c], p.want[c]) << p.what << " channel " << c << " = " << got[c];
     }
     const auto icon = buf.at(309.875 + 20, 223.1875 + 20, Rig::kScale);
     if (view->closeButton()->imageForState(platform::ControlState::Normal)) {
@@ -148,6 +149,59 @@ TEST(FrameSurface, PointerInPixelsClicksAndUnusableBuffersAreRefused) {
     const platform::RgbaTarget bad[] = {
         {nullptr, 2, 2, 8}, {px.data(), 0, 2, 8}, {px.data(), 2, -1, 8}, {px.data(), 2, 2, 7}};
     for (const auto& t : bad) EXPECT_FALSE(rig.surface.draw(t));
+}
+
+platform::ImagePtr pattern(int w, int h, bool holes) {
+    auto img = std::make_shared<platform::Image>();
+    img->width = w;
+    img->height = h;
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const auto a = static_cast<std::uint8_t>(!holes ? 255 : (x / 5 + y / 4) % 3 == 0 ? 0 : 60 + (x * y) % 196);
+            img->rgba.insert(img->rgba.end(), {static_cast<std::uint8_t>(x * 9), static_cast<std::uint8_t>(y * 7),
+                                               static_cast<std::uint8_t>((x ^ y) * 5), a});
+        }
+    return img;
+}
+
+// Frames drawn through the image cache against the same frames sampled afresh, over
+// a background that changes every frame; the cache samples only what changed.
+TEST(RgbaPainter, CachedImagesDrawTheSamePixelsAndAreSampledOnlyWhenTheirPlacementChanges) {
+    const auto holes = pattern(64, 48, true), opaque = pattern(64, 48, false);
+    const Rect whole{{0, 0}, {64, 48}};
+    const struct {
+        const char* what;
+        platform::ImagePtr image;
+        Rect source, destination;
+        double alpha;
+        bool samples;
+    } frames[] = {
+        {"first", holes, whole, {{10.3, 7.6}, {150.2, 90.7}}, 1, true},
+        {"unchanged", holes, whole, {{10.3, 7.6}, {150.2, 90.7}}, 1, false},
+        {"moved by a fraction", holes, whole, {{10.55, 7.6}, {150.2, 90.7}}, 1, true},
+        {"fading", holes, whole, {{10.55, 7.6}, {150.2, 90.7}}, 0.5, true},
+        {"part of the image", holes, {{5, 3}, {40, 30}}, {{10.55, 7.6}, {150.2, 90.7}}, 0.5, true},
+        {"hanging off two edges", holes, whole, {{-20.5, 100.2}, {260, 80}}, 1, true},
+        {"opaque", opaque, whole, {{3.5, 2.25}, {101, 77}}, 1, true},
+        {"opaque, unchanged", opaque, whole, {{3.5, 2.25}, {101, 77}}, 1, false},
+    };
+    constexpr int kW = 200, kH = 160;
+    platform::RgbaImageCache cache;
+    int seed = 0;
+    for (const auto& f : frames) {
+        std::vector<std::uint8_t> cached(kW * kH * 4), fresh;
+        for (std::size_t i = 0; i < cached.size(); ++i) cached[i] = static_cast<std::uint8_t>(i * 31 + i / 977 + seed * 101);
+        fresh = cached;
+        ++seed;
+        const auto before = cache.samplings();
+        for (auto* bytes : {&cached, &fresh}) {
+            platform::RgbaPainter painter({bytes->data(), kW, kH, kW * 4}, 1, 1, bytes == &cached ? &cache : nullptr);
+            painter.fillRect({{0, 0}, {kW, kH}}, {0, 0, 0, 0.3});
+            painter.drawImage(f.image, f.source, f.destination, f.alpha);
+        }
+        EXPECT_TRUE(cached == fresh) << f.what;
+        EXPECT_EQ(cache.samplings() - before, f.samples ? 1u : 0u) << f.what;
+    }
 }
 
 }  // namespace
