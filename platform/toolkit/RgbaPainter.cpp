@@ -101,10 +101,23 @@ void RgbaPainter::fillRect(const Rect& rect, const Color& c) {
     std::uint8_t table[4][256];
     for (int i = 0; i < 4; ++i)
         for (int d = 0; d < 256; ++d) table[i][d] = over(colour[i], static_cast<std::uint8_t>(d), keep);
+    // Under a fill there is mostly one colour (the cleared buffer): reuse the last result.
+    std::uint32_t below = 0, result = 0;
+    bool known = false;
     for (int y = ys.begin; y < ys.end; ++y) {
         std::uint8_t* p = t_.pixels + static_cast<std::ptrdiff_t>(y) * t_.stride + xs.begin * 4;
-        for (int x = xs.begin; x < xs.end; ++x, p += 4)
-            for (int i = 0; i < 4; ++i) p[i] = table[i][p[i]];
+        for (int x = xs.begin; x < xs.end; ++x, p += 4) {
+            std::uint32_t pixel;
+            std::memcpy(&pixel, p, 4);
+            if (!known || pixel != below) {
+                below = pixel;
+                known = true;
+                for (int i = 0; i < 4; ++i) p[i] = table[i][p[i]];
+                std::memcpy(&result, p, 4);
+            } else {
+                std::memcpy(p, &result, 4);
+            }
+        }
     }
 }
 

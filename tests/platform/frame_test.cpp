@@ -204,5 +204,21 @@ TEST(RgbaPainter, CachedImagesDrawTheSamePixelsAndAreSampledOnlyWhenTheirPlaceme
     }
 }
 
+// A fill over runs of equal and changing pixels gives each pixel what a fill of
+// that pixel alone would.
+TEST(RgbaPainter, AFillBlendsEveryPixelOnItsOwn) {
+    constexpr int kW = 40, kH = 30;
+    std::vector<std::uint8_t> whole(kW * kH * 4);
+    // Each channel changes at its own pace, so neighbours share some channels and not others.
+    for (std::size_t i = 0; i < whole.size(); ++i) whole[i] = static_cast<std::uint8_t>(i / 4 / (2 + i % 4) % 4 * 60 + i % 4);
+    auto single = whole;
+    const platform::Color colour{0.9, 0.2, 0.5, 0.37};
+    platform::RgbaPainter({whole.data(), kW, kH, kW * 4}, 1, 1).fillRect({{0, 0}, {kW, kH}}, colour);
+    platform::RgbaPainter one({single.data(), kW, kH, kW * 4}, 1, 1);
+    for (int y = 0; y < kH; ++y)
+        for (int x = 0; x < kW; ++x) one.fillRect({{double(x), double(y)}, {1, 1}}, colour);
+    EXPECT_TRUE(whole == single);
+}
+
 }  // namespace
 }  // namespace quov
