@@ -47,8 +47,8 @@ struct BlendPattern {
     std::uint8_t mul[64], add[64];
 };
 
-// floor(x / 255) for x <= 255 * 255 without a division: a fixed count the compiler
-// turns into vector code.
+// floor(x / 255) as (x + 1 + (x >> 8)) >> 8, exact for x <= 255 * 255; over a fixed
+// count of bytes the compiler turns it into vector code.
 template <int N>
 inline void blendBytes(std::uint8_t* __restrict p, const BlendPattern& k) {
     for (int i = 0; i < N; ++i) {
