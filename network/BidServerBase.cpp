@@ -12,6 +12,8 @@ namespace quov::network {
 std::optional<std::string> bidServerBaseProblem(std::string_view value) {
     const std::string text(value);
     if (text.empty()) return "it is empty";
+    // These first checks read the text as spelled, not as parseURL reads it: it is
+    // pasted before "/network" as it stands, and the reader lower-cases the scheme.
     if (text.rfind("http://", 0) != 0 && text.rfind("https://", 0) != 0)
         return "it must start with http:// or https://";
     for (const char c : text)

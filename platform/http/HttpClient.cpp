@@ -1,4 +1,5 @@
 #include "platform/http/HttpClient.h"
+#include "platform/http/UrlSyntax.h"
 #include "platform/runtime/Text.h"
 
 #include <curl/curl.h>
@@ -77,23 +78,9 @@ using ShareHandle = std::unique_ptr<CURLSH, ShareDeleter>;
 // "scheme|host|port", lower case, the port filled in from the scheme; "" when
 // the URL does not parse.
 std::string originOf(const char* url) {
-    CURLU* u = curl_url();
-    if (!u) return "";
-    std::string key;
-    if (curl_url_set(u, CURLUPART_URL, url, 0) == CURLUE_OK) {
-        for (CURLUPart part : {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT}) {
-            char* value = nullptr;
-            if (curl_url_get(u, part, &value, part == CURLUPART_PORT ? CURLU_DEFAULT_PORT : 0) != CURLUE_OK) {
-                key.clear();
-                break;
-            }
-            key += asciiLower(value);
-            key += '|';
-            curl_free(value);
-        }
-    }
-    curl_url_cleanup(u);
-    return key;
+    const auto parts = parseURL(url);
+    if (!parts || !parts->scheme || !parts->host || !parts->port) return "";
+    return asciiLower(*parts->scheme) + '|' + asciiLower(*parts->host) + '|' + *parts->port + '|';
 }
 
 struct Transfer {

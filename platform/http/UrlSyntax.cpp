@@ -28,6 +28,16 @@ bool isURLChar(char c) {
 
 }  // namespace
 
+bool isURLScheme(std::string_view text) {
+    if (text.size() < 2 || !isAlpha(text[0])) return false;
+    for (const char c : text)
+        if (!isAlpha(c) && !isDigit(c) && c != '+' && c != '-' && c != '.') return false;
+    return true;
+}
+
+// Not built on parseURL on purpose: the transport reads only its own schemes, with
+// "//" after them, and refuses hosts and ports the opener program may still read,
+// while a host's deep link ("myapp:open?id=1") is handed on as written.
 std::optional<std::string> absoluteURLScheme(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
@@ -41,15 +51,9 @@ std::optional<std::string> absoluteURLScheme(std::string_view text) {
     }
 
     const std::size_t colon = text.find(':');
-    if (colon == std::string_view::npos || colon < 2 || colon + 1 == text.size())
+    if (colon == std::string_view::npos || colon + 1 == text.size() || !isURLScheme(text.substr(0, colon)))
         return std::nullopt;
-    if (!isAlpha(text[0])) return std::nullopt;
-    std::string scheme;
-    for (std::size_t i = 0; i < colon; ++i) {
-        const char c = text[i];
-        if (!isAlpha(c) && !isDigit(c) && c != '+' && c != '-' && c != '.') return std::nullopt;
-        scheme += asciiLower(c);
-    }
+    const std::string scheme = asciiLower(text.substr(0, colon));
 
     if (scheme == "http" || scheme == "https") {
         const std::string_view rest = text.substr(colon + 1);
@@ -69,9 +73,9 @@ struct UrlDeleter {
     void operator()(CURLU* u) const { curl_url_cleanup(u); }
 };
 
-std::optional<std::string> part(CURLU* url, CURLUPart which) {
+std::optional<std::string> part(CURLU* url, CURLUPart which, unsigned flags = 0) {
     char* value = nullptr;
-    if (curl_url_get(url, which, &value, 0) != CURLUE_OK || !value) return std::nullopt;
+    if (curl_url_get(url, which, &value, flags) != CURLUE_OK || !value) return std::nullopt;
     std::string out(value);
     curl_free(value);
     return out;
@@ -86,6 +90,7 @@ std::optional<URLParts> parseURL(const std::string& text) {
     parts.scheme = part(url.get(), CURLUPART_SCHEME);
     parts.user = part(url.get(), CURLUPART_USER);
     parts.host = part(url.get(), CURLUPART_HOST);
+    parts.port = part(url.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT);
     parts.path = part(url.get(), CURLUPART_PATH);
     parts.query = part(url.get(), CURLUPART_QUERY);
     parts.fragment = part(url.get(), CURLUPART_FRAGMENT);

@@ -19,14 +19,20 @@ inline constexpr std::size_t kMaxURLBytes = 32 * 1024;
 /// "//" and a host. Pure and thread-safe.
 std::optional<std::string> absoluteURLScheme(std::string_view text);
 
+/// Whether text has the shape of a URL scheme as absoluteURLScheme accepts one: a
+/// letter, then letters, digits, '+', '-' or '.', two characters at least.
+bool isURLScheme(std::string_view text);
+
 /// The parts of an absolute URL as the HTTP transport reads it; each absent when
-/// the URL has none.
+/// the URL has none, except port: the one a connection goes to, the scheme's
+/// default when none is written. Empty queries and fragments read as none.
 struct URLParts {
-    std::optional<std::string> scheme, user, host, path, query, fragment;
+    std::optional<std::string> scheme, user, host, port, path, query, fragment;
 };
 
 /// text parsed the way the transport will read it; absent when it does not parse.
-/// Any thread.
+/// The one reader of a URL's parts (absoluteURLScheme judges shape only, see its
+/// definition). Any thread.
 std::optional<URLParts> parseURL(const std::string& text);
 
 }  // namespace quov::platform

@@ -375,11 +375,7 @@ std::vector<std::string> setAllowedURLSchemes(const std::vector<std::string>& sc
     std::vector<std::string> kept, refused;
     for (const std::string& given : schemes) {
         std::string scheme = asciiLower(given);
-        // The same shape absoluteURLScheme accepts, so a registered scheme can match.
-        bool valid = scheme.size() >= 2 && scheme[0] >= 'a' && scheme[0] <= 'z';
-        for (char c : scheme)
-            valid = valid && ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.');
-        if (!valid || isLocalScheme(scheme)) {
+        if (!isURLScheme(scheme) || isLocalScheme(scheme)) {
             refused.push_back(given);
         } else if (std::find(kept.begin(), kept.end(), scheme) == kept.end()) {
             kept.push_back(std::move(scheme));

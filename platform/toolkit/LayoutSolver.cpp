@@ -173,6 +173,18 @@ double dot(const SparseRow& row, const std::vector<double>& x) {
     return sum;
 }
 
+/// What A x = b still misses, equation by equation (b - A x); true when every
+/// equation holds exactly.
+bool residualOf(const std::vector<SparseRow>& A, const std::vector<double>& b, const std::vector<double>& x,
+                std::vector<double>& residual) {
+    bool exact = true;
+    for (std::size_t i = 0; i < A.size(); ++i) {
+        residual[i] = b[i] - dot(A[i], x);
+        if (residual[i] != 0) exact = false;
+    }
+    return exact;
+}
+
 std::size_t findRoot(std::vector<std::size_t>& parent, std::size_t i) {
     while (parent[i] != i) i = parent[i] = parent[parent[i]];
     return i;
@@ -288,24 +300,17 @@ LayoutSolver::Result LayoutSolver::solve(View& root) {
         b[i] = rhs;
     }
 
-    // Solve for the change from the current frames, so free unknowns stay put.
-    std::vector<double> residual(b.size());
-    for (std::size_t i = 0; i < A.size(); ++i) residual[i] = b[i] - dot(A[i], tree.current);
-    const auto d = solveByComponent(A, residual, n, result.rank);
-    std::vector<double> x(n);
-    for (std::size_t j = 0; j < n; ++j) x[j] = tree.current[j] + d[j];
-
-    // Normal equations lose a few bits; refining on the leftover residual brings
+    // Solve for the change from the current frames, so free unknowns stay put; the
+    // first solve always runs, as it is the one that measures the rank. Normal
+    // equations lose a few bits; up to two more rounds on the leftover residual bring
     // frames that are exact in binary (28.125, 273.1875) back to exactly that.
-    for (int round = 0; round < 2; ++round) {
-        bool exact = true;
-        for (std::size_t i = 0; i < A.size(); ++i) {
-            residual[i] = b[i] - dot(A[i], x);
-            if (residual[i] != 0) exact = false;
-        }
-        if (exact) break;
-        std::size_t refinedRank = 0;
-        const auto correction = solveByComponent(A, residual, n, refinedRank);
+    std::vector<double> x = tree.current;
+    std::vector<double> residual(b.size());
+    for (int round = 0; round < 3; ++round) {
+        if (residualOf(A, b, x, residual) && round > 0) break;
+        std::size_t rank = 0;
+        const auto correction = solveByComponent(A, residual, n, rank);
+        if (round == 0) result.rank = rank;
         for (std::size_t j = 0; j < n; ++j) x[j] += correction[j];
     }
     // What noise is left sits a few ulps off a fine binary grid (1/2^20 point):
@@ -316,10 +321,9 @@ LayoutSolver::Result LayoutSolver::solve(View& root) {
         if (std::fabs(scaled - nearest) < 1e-3 && std::fabs(nearest) < 9e15) v = nearest / 1048576.0;
     }
 
-    for (std::size_t i = 0; i < A.size(); ++i) {
-        const double ax = dot(A[i], x);
-        if (std::fabs(ax - b[i]) > 1e-6 * (1.0 + std::fabs(b[i]))) result.consistent = false;
-    }
+    residualOf(A, b, x, residual);
+    for (std::size_t i = 0; i < A.size(); ++i)
+        if (std::fabs(residual[i]) > 1e-6 * (1.0 + std::fabs(b[i]))) result.consistent = false;
     if (!result.consistent)
         QVLog("Layout: %lu constraints cannot all hold; solved in the least-squares sense",
               std::to_string(equations.size()));
