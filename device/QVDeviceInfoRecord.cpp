@@ -69,13 +69,20 @@ std::vector<std::string> DeviceInfoRecord::keys() const {
 }
 
 std::string DeviceInfoRecord::describe() const {
-    nlohmann::ordered_json j = nlohmann::ordered_json::object();
-    for (const auto& [k, v] : entries_) {
-        if (std::holds_alternative<std::string>(v)) j[k] = std::get<std::string>(v);
-        else j[k] = std::get<double>(v);
-    }
+    // Keys are unique and kept in insertion order, so the object is written member by
+    // member; an order-keeping JSON type would add its whole template set to the library.
     // Values come from files and the host; bad UTF-8 must not cost the log line.
-    return j.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    const auto text = [](const nlohmann::json& value) {
+        return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    };
+    std::string out = "{";
+    for (const auto& [k, v] : entries_) {
+        if (out.size() > 1) out += ',';
+        out += text(k);
+        out += ':';
+        out += std::holds_alternative<std::string>(v) ? text(std::get<std::string>(v)) : text(std::get<double>(v));
+    }
+    return out + "}";
 }
 
 DeviceInfoRecord QVDeviceInfo::deviceInfo() {

@@ -21,6 +21,12 @@
 #include <memory>
 
 namespace quov {
+namespace {
+
+// Parsing this much JSON takes well under a millisecond.
+constexpr std::size_t kParseOnHttpWorkerBytes = 64u << 10;
+
+}  // namespace
 
 void QVRequestHelper::loadAdWithAdId(const std::optional<std::string>&, LoadCompletion completion) {
     // The slot id is deliberately not sent: the server expects "tagid" "0".
@@ -28,30 +34,52 @@ void QVRequestHelper::loadAdWithAdId(const std::optional<std::string>&, LoadComp
     const nlohmann::json document = network::buildBidRequest(inputs);
     platform::HttpRequest request = network::makeBidHttpRequest(inputs, document, network::bidServerBase());
     const auto started = std::chrono::steady_clock::now();
-    std::string url = request.url;
     platform::Context& context = platform::Context::shared();
-    context.http().send(
-        std::move(request), [completion = std::move(completion), url = std::move(url),
-                             started, &context](platform::HttpResponse response) mutable {
-            const auto elapsed =
-                std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
-            auto shared = std::make_shared<platform::HttpResponse>(std::move(response));
-            auto done = std::make_shared<LoadCompletion>(std::move(completion));
-            auto finish = [shared, done, url, elapsed, &context](network::BidResponse parsed) {
-                context.mainLoop().post([parsed = std::move(parsed), shared, done, url, elapsed]() mutable {
-                    network::finishBidRequest(std::move(parsed), *shared, url, elapsed, *done);
-                });
-            };
-            // Parsing a bid answer of megabytes is CPU work the host's frame must not wait for.
-            context.tasks().submit([shared, finish] { finish(network::parseBidResponse(*shared)); },
-                                    [finish](const std::string& what) {
-                                        // Out of memory on a hostile answer: a failed request.
-                                        network::BidResponse failed;
-                                        failed.outcome.error = Error{network::kHttpErrorDomain, network::kHttpJson,
-                                                                     "Request failed: " + what};
-                                        finish(std::move(failed));
-                                    });
+    struct Pending {
+        LoadCompletion completion;
+        std::string url;
+        // Set on the task worker before parsing, so a parse that throws still logs the answer.
+        platform::HttpResponse answer;
+        std::chrono::milliseconds elapsed{0};
+    };
+    auto pending = std::make_shared<Pending>(Pending{std::move(completion), request.url, {}, {}});
+    auto finish = [pending, &context](network::BidResponse parsed) {
+        context.mainLoop().post([parsed = std::move(parsed), pending]() mutable {
+            network::finishBidRequest(std::move(parsed), pending->answer, pending->url, pending->elapsed,
+                                      pending->completion);
         });
+    };
+    auto fail = [pending, finish](const std::string& what) {
+        // Out of memory on a hostile answer, or the SDK shutting down: a failed request.
+        if (!pending->answer.transportOk && pending->answer.errorText.empty()) pending->answer.errorText = what;
+        network::BidResponse failed;
+        failed.outcome.error = Error{network::kHttpErrorDomain, network::kHttpJson, "Request failed: " + what};
+        finish(std::move(failed));
+    };
+    auto parse = [pending, finish] { finish(network::parseBidResponse(pending->answer)); };
+    // The answer is taken on the HTTP worker, not through the main loop: that detour
+    // cost every load two thread wake-ups. A usual answer of a few kilobytes is parsed
+    // right there; one of megabytes is CPU work that goes to the task worker, so it
+    // neither holds the host's frame nor the other requests.
+    context.http().send(
+        std::move(request),
+        [started, pending, parse, fail, &context](platform::HttpResponse response) {
+            pending->elapsed =
+                std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
+            pending->answer = std::move(response);
+            if (pending->answer.body.size() > kParseOnHttpWorkerBytes) {
+                context.tasks().submit(parse, fail);
+                return;
+            }
+            try {
+                parse();
+            } catch (const std::exception& e) {
+                fail(e.what());
+            } catch (...) {
+                fail("unknown exception");
+            }
+        },
+        platform::HttpClient::Delivery::Worker);
 }
 
 void QVRequestHelper::getURLWithRetry(const std::string& url, std::uint64_t retryTimes,

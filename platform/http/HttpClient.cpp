@@ -87,6 +87,7 @@ struct Transfer {
     std::string origin;  // of request.url, for requests that stay on it
     HttpRequest request;
     HttpClient::Completion completion;
+    HttpClient::Delivery delivery = HttpClient::Delivery::MainLoop;
     HttpResponse response;
     EasyHandle easy;
     Slist headers;
@@ -233,7 +234,15 @@ void HttpClient::Impl::deliver(std::unique_ptr<Transfer> t) {
         counter->fetch_sub(1);
         if (completion) completion(std::move(response));
     };
-    loop.post(std::move(task));
+    if (t->delivery == HttpClient::Delivery::MainLoop) {
+        loop.post(std::move(task));
+        return;
+    }
+    try {
+        task();
+    } catch (...) {
+        // The worker serves every other request: a careless completion must not end it.
+    }
 }
 
 void HttpClient::Impl::finish(std::unique_ptr<Transfer> t, CURLcode result) {
@@ -415,9 +424,14 @@ HttpClient::~HttpClient() {
 }
 
 void HttpClient::send(HttpRequest request, Completion completion) {
+    send(std::move(request), std::move(completion), Delivery::MainLoop);
+}
+
+void HttpClient::send(HttpRequest request, Completion completion, Delivery delivery) {
     auto t = std::make_unique<Transfer>();
     t->request = std::move(request);
     t->completion = std::move(completion);
+    t->delivery = delivery;
     impl_->inFlight->fetch_add(1);
     std::unique_lock lock(impl_->mutex);
     if (!impl_->stopping && !impl_->worker.joinable()) {

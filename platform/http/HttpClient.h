@@ -75,6 +75,16 @@ public:
     /// Any thread; never blocks on I/O. The completion runs once, on the main loop.
     void send(HttpRequest request, Completion completion);
 
+    enum class Delivery {
+        MainLoop,  // the completion is posted to the main loop
+        /// The completion runs on the client's worker the moment the answer is complete
+        /// (on the calling thread when the client is shut down). It must be quick and
+        /// must not block: it is for handing the answer on without a detour through the
+        /// main loop. What it throws is dropped.
+        Worker,
+    };
+    void send(HttpRequest request, Completion completion, Delivery delivery);
+
     /// Requests handed over whose completion has not yet run.
     std::size_t inFlight() const;
 

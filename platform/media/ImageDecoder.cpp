@@ -1,10 +1,10 @@
 #include "platform/media/ImageDecoder.h"
 
+#include "platform/media/SurfaceImage.h"
+
 #include <SDL.h>
 #include <SDL_image.h>
 
-#include <algorithm>
-#include <cstring>
 #include <memory>
 #include <mutex>
 
@@ -146,33 +146,7 @@ ImagePtr decodeImage(std::string_view bytes, const ImageLimits& limits) {
     if (header->format == ImageFormat::GIF) return nullptr;
     Surface decoded = load(header->format, bytes);
     if (!decoded || !within(limits, decoded->w, decoded->h)) return nullptr;
-    auto image = std::make_shared<Image>();
-    image->width = decoded->w;
-    image->height = decoded->h;
-    const std::size_t row = static_cast<std::size_t>(decoded->w) * 4;
-    image->rgba.resize(row * static_cast<std::size_t>(decoded->h));
-
-    // Convert straight into the image's own buffer: one pass over the pixels instead
-    // of a converted copy and a copy of that. A blit without blending is the
-    // conversion, except for a colour key, which conversion turns into alpha.
-    if (!SDL_HasColorKey(decoded.get())) {
-        Surface target(SDL_CreateRGBSurfaceWithFormatFrom(image->rgba.data(), decoded->w, decoded->h, 32,
-                                                          static_cast<int>(row), SDL_PIXELFORMAT_RGBA32));
-        if (target && SDL_SetSurfaceBlendMode(decoded.get(), SDL_BLENDMODE_NONE) == 0 &&
-            SDL_BlitSurface(decoded.get(), nullptr, target.get(), nullptr) == 0)
-            return image;
-    }
-
-    Surface rgba(SDL_ConvertSurfaceFormat(decoded.get(), SDL_PIXELFORMAT_RGBA32, 0));
-    decoded.reset();
-    if (!rgba) return nullptr;
-    if (SDL_LockSurface(rgba.get()) != 0) return nullptr;
-    const auto* src = static_cast<const std::uint8_t*>(rgba->pixels);
-    for (int y = 0; y < rgba->h; ++y)
-        std::memcpy(image->rgba.data() + row * static_cast<std::size_t>(y),
-                    src + static_cast<std::size_t>(rgba->pitch) * static_cast<std::size_t>(y), row);
-    SDL_UnlockSurface(rgba.get());
-    return image;
+    return imageFromSurface(decoded.release());
 }
 
 void releaseDecoderThreadState() { SDL_TLSCleanup(); }

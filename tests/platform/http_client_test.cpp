@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <optional>
 #include <thread>
 
@@ -202,6 +203,33 @@ TEST_F(HttpClientTest, ManyRequestsAllCompleteOnTheLoopThread) {
     ASSERT_TRUE(loop.runUntil([&] { return client.inFlight() == 0; }, 60s));
     EXPECT_EQ(ok, 20) << "first failure: " << firstError;
     EXPECT_TRUE(allOnMain);
+}
+
+TEST_F(HttpClientTest, WorkerDeliveryAnswersWithoutTheLoopAndSurvivesAThrowingCompletion) {
+    server.on("/a", Answer::json(R"({"k":1})"));
+    struct Seen {
+        std::thread::id thread;
+        HttpResponse response;
+    };
+    std::promise<Seen> first, second;
+    // The main loop is never run here: only a completion on the worker can answer.
+    client.send(get(server.url("/a")),
+                [&](HttpResponse r) {
+                    first.set_value({std::this_thread::get_id(), std::move(r)});
+                    throw std::runtime_error("a careless completion");
+                },
+                HttpClient::Delivery::Worker);
+    client.send(get(server.url("/a")), [&](HttpResponse r) { second.set_value({std::this_thread::get_id(), std::move(r)}); },
+                HttpClient::Delivery::Worker);
+    for (auto* promise : {&first, &second}) {
+        auto seen = promise->get_future();
+        ASSERT_EQ(seen.wait_for(20s), std::future_status::ready) << "the worker stopped answering";
+        const Seen got = seen.get();
+        EXPECT_NE(got.thread, std::this_thread::get_id());
+        EXPECT_TRUE(got.response.transportOk) << got.response.errorText;
+        EXPECT_EQ(got.response.body, R"({"k":1})");
+    }
+    EXPECT_EQ(loop.drain(), 0u) << "nothing was posted to the loop";
 }
 
 TEST_F(HttpClientTest, AnotherLaneNeverWaitsBehindAHostsBusyConnections) {

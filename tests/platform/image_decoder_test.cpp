@@ -72,7 +72,7 @@ TEST(ImageDecoder, PixelsEqualTheLibrarysOwnConversion) {
         SDL_FreeSurface(ref);
         const auto image = decodeImage(bytes);
         ASSERT_TRUE(image);
-        EXPECT_EQ(image->rgba, expected);
+        EXPECT_EQ(std::vector<std::uint8_t>(image->rgba.begin(), image->rgba.end()), expected);
     }
 }
 

@@ -22,7 +22,9 @@ ImagePtr solidImage(int w, int h, std::uint8_t r, std::uint8_t g, std::uint8_t b
     auto img = std::make_shared<Image>();
     img->width = w;
     img->height = h;
-    for (int i = 0; i < w * h; ++i) img->rgba.insert(img->rgba.end(), {r, g, b, 255});
+    const std::uint8_t pixel[] = {r, g, b, 255};
+    img->rgba = PixelBytes(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 4);
+    for (std::size_t i = 0; i < img->rgba.size(); ++i) img->rgba[i] = pixel[i % 4];
     return img;
 }
 
