@@ -157,11 +157,15 @@ platform::ImagePtr pattern(int w, int h, bool holes) {
     auto img = std::make_shared<platform::Image>();
     img->width = w;
     img->height = h;
+    img->rgba = platform::PixelBytes(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 4);
+    std::uint8_t* p = img->rgba.data();
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
+        for (int x = 0; x < w; ++x, p += 4) {
             const auto a = static_cast<std::uint8_t>(!holes ? 255 : (x / 5 + y / 4) % 3 == 0 ? 0 : 60 + (x * y) % 196);
-            img->rgba.insert(img->rgba.end(), {static_cast<std::uint8_t>(x * 9), static_cast<std::uint8_t>(y * 7),
-                                               static_cast<std::uint8_t>((x ^ y) * 5), a});
+            p[0] = static_cast<std::uint8_t>(x * 9);
+            p[1] = static_cast<std::uint8_t>(y * 7);
+            p[2] = static_cast<std::uint8_t>((x ^ y) * 5);
+            p[3] = a;
         }
     return img;
 }
