@@ -7,9 +7,19 @@
 
 #include <gtest/gtest.h>
 
+#include <net/if.h>
+#include <net/route.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -242,4 +252,102 @@ TEST(LinuxDevice, MachineIdReadEarlyInFirstBootIsNotKept) {
     EXPECT_NE(two, one) << "each bundle identifier derives its own";
     p.setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
     EXPECT_EQ(p.identifierForVendor(), one);
+}
+
+// Live facts in a scripted root change between two records; the second must see
+// every change, while inside one record a fact is read once.
+TEST(LinuxDevice, EachRecordSeesTheFactsAsTheyAreNow) {
+    Tree t;
+    auto setBattery = [&t](const char* name, const char* capacity, const char* status) {
+        const std::string base = std::string("/sys/class/power_supply/") + name + "/";
+        t.write(base + "type", "Battery\n");
+        t.write(base + "capacity", capacity);
+        t.write(base + "status", status);
+    };
+    t.write("/proc/net/route", kRouteHeader + route("quovnone0", "00000000", 3, 0, "00000000"));
+    t.write("/sys/class/net/lo/address", "00:00:00:00:00:00\n");
+    setBattery("BAT0", "57\n", "Discharging\n");
+    auto p = std::make_shared<LinuxDevicePlatform>(LinuxDevicePlatform::Options{t.dir.string(), {}});
+    p->setBundleInfo({{"CFBundleIdentifier", "com.example.one"}, {"CFBundleShortVersionString", "1.0"},
+                      {"CFBundleName", "one"}});
+    quov::platform::Context::ScopedDevicePlatform scope(quov::platform::Context::shared(), p);
+
+    auto first = quov::QVDeviceInfo::deviceInfo();
+    EXPECT_EQ(first.text("IP"), std::optional<std::string>("an error occurred when obtaining ip address"));
+    EXPECT_EQ(first.number("BatteryLevel"), 57.0);
+    EXPECT_EQ(first.text("BatteryState"), std::optional<std::string>("Unplugged"));
+
+    // The default route moves to the loopback interface (whose address is real),
+    // and the battery is replaced by another one.
+    t.write("/proc/net/route", kRouteHeader + route("lo", "00000000", 3, 0, "00000000"));
+    fs::remove_all(t.dir / "sys/class/power_supply/BAT0");
+    setBattery("BAT1", "80\n", "Charging\n");
+    auto second = quov::QVDeviceInfo::deviceInfo();
+    EXPECT_EQ(second.text("IP"), std::optional<std::string>("127.0.0.1"));
+    EXPECT_EQ(second.number("BatteryLevel"), 80.0);
+    EXPECT_EQ(second.text("BatteryState"), std::optional<std::string>("Charging"));
+
+    {
+        const quov::platform::RecordScope record;
+        EXPECT_EQ(p->primaryInterfaceName(), std::optional<std::string>("lo"));
+        EXPECT_EQ(p->hardwareAddress("lo"), (quov::platform::HardwareAddress{}));
+        t.write("/proc/net/route", kRouteHeader + route("eth7", "00000000", 3, 0, "00000000"));
+        t.write("/sys/class/net/lo/address", "02:00:00:00:00:01\n");
+        EXPECT_EQ(p->primaryInterfaceName(), std::optional<std::string>("lo")) << "one record, one read";
+        EXPECT_EQ(p->hardwareAddress("lo"), (quov::platform::HardwareAddress{}));
+    }
+    EXPECT_EQ(p->primaryInterfaceName(), std::optional<std::string>("eth7")) << "outside a record, live";
+    EXPECT_EQ(p->hardwareAddress("lo"), (quov::platform::HardwareAddress{2, 0, 0, 0, 0, 1}));
+}
+
+namespace {
+
+// Brings the loopback interface up and gives it a default route, in this process's
+// network namespace; 0 when done.
+int raiseLoopbackWithDefaultRoute() {
+    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return 1;
+    ifreq request{};
+    std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
+    int failed = ::ioctl(fd, SIOCGIFFLAGS, &request);
+    request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
+    failed = failed || ::ioctl(fd, SIOCSIFFLAGS, &request);
+    rtentry route{};
+    for (sockaddr* a : {&route.rt_dst, &route.rt_genmask}) reinterpret_cast<sockaddr_in*>(a)->sin_family = AF_INET;
+    route.rt_flags = RTF_UP;
+    char device[] = "lo";
+    route.rt_dev = device;
+    failed = failed || ::ioctl(fd, SIOCADDRT, &route);
+    ::close(fd);
+    return failed ? 1 : 0;
+}
+
+}  // namespace
+
+// The real system's facts are kept between records only while the kernel reports
+// no change: in a network namespace of its own a child changes the loopback
+// interface and the routes behind the platform's back.
+TEST(LinuxDevice, RealFactsFollowKernelChanges) {
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (::unshare(CLONE_NEWNET) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) ::_exit(77);
+        LinuxDevicePlatform p;
+        auto hasLoopbackIPv4 = [&p] {
+            auto list = p.interfaceAddresses();
+            return list && std::any_of(list->begin(), list->end(), [](const auto& e) {
+                       return e.name == "lo" && e.family == quov::platform::kFamilyIPv4 && e.ipv4 == htonl(0x7f000001);
+                   });
+        };
+        if (hasLoopbackIPv4() || p.primaryInterfaceName()) ::_exit(10);  // a new namespace starts down
+        if (raiseLoopbackWithDefaultRoute() != 0) ::_exit(77);
+        if (!hasLoopbackIPv4()) ::_exit(11);
+        if (p.primaryInterfaceName() != std::optional<std::string>("lo")) ::_exit(12);
+        ::_exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no network namespace to be had here";
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "10: the namespace was not fresh, 11: stale addresses, 12: stale routes";
 }
