@@ -128,7 +128,7 @@ private:
 
     MainLoop& loop_;
     mutable std::recursive_mutex mutex_;
-    std::mutex warmUpMutex_;  // guards the two below; never held with mutex_
+    std::mutex warmUpMutex_;  // guards the two below; taken before mutex_, never inside it
     bool warmUpStarted_ = false;
     std::jthread warmUp_;
     bool shutDown_ = false;
