@@ -33,8 +33,8 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-/// HMAC-SHA-256 of data under key; absent on failure. Needs no crypto library
-/// initialisation, so it is cheap on a cold start. Any thread.
+/// HMAC-SHA-256 of data under key; absent on failure. Cheap on a cold start: it
+/// needs none of the crypto library's costly first-use work. Any thread.
 std::optional<std::vector<std::uint8_t>> hmacSha256(std::string_view key, std::string_view data);
 
 /// Fills out with cryptographically strong random bytes from getrandom(2) (the
