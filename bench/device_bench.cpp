@@ -7,6 +7,13 @@
 
 #include <benchmark/benchmark.h>
 
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -55,3 +62,37 @@ static void BM_DeviceInfoBaselineFake(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(quov::QVDeviceInfo::deviceInfo());
 }
 BENCHMARK(BM_DeviceInfoBaselineFake);
+
+// setupWithAppId in a fresh process, the way a host pays it once at start: each
+// iteration runs quov-setup-probe and takes the setup thread's CPU time (the
+// manual time); "wall_us" is the same call's wall time, waits included.
+static void BM_SetupWithAppId(benchmark::State& state) {
+    const std::string probe = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "quov-setup-probe";
+    double wallTotal = 0;
+    for (auto _ : state) {
+        int out[2];
+        if (::pipe2(out, O_CLOEXEC) != 0) return state.SkipWithError("pipe");
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        char* argv[] = {const_cast<char*>(probe.c_str()), nullptr};
+        pid_t pid = -1;
+        const int spawned = ::posix_spawn(&pid, probe.c_str(), &actions, nullptr, argv, environ);
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(out[1]);
+        std::string text;
+        char buf[128];
+        for (ssize_t n; (n = ::read(out[0], buf, sizeof buf)) > 0;) text.append(buf, static_cast<std::size_t>(n));
+        ::close(out[0]);
+        int status = 0;
+        if (spawned == 0) ::waitpid(pid, &status, 0);
+        long long cpu = 0, wall = 0;
+        if (spawned != 0 || std::sscanf(text.c_str(), "%lld %lld", &cpu, &wall) != 2)
+            return state.SkipWithError("quov-setup-probe did not run");
+        state.SetIterationTime(static_cast<double>(cpu) / 1e9);
+        wallTotal += static_cast<double>(wall) / 1e3;
+    }
+    state.counters["wall_us"] = benchmark::Counter(wallTotal, benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(BM_SetupWithAppId)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(40);

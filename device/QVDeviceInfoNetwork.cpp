@@ -38,6 +38,7 @@ std::string vendorIdentifierRule(const platform::DevicePlatform& p) {
 namespace device {
 
 std::optional<std::string> primaryIPv4(const platform::DevicePlatform& p) {
+    const platform::RecordScope scope;  // the list and the interface from one look
     auto list = p.interfaceAddresses();
     if (!list) return std::nullopt;
     auto name = p.primaryInterfaceName();
@@ -56,6 +57,7 @@ std::optional<std::string> primaryIPv4(const platform::DevicePlatform& p) {
 }  // namespace device
 
 std::string QVDeviceInfo::getMacAddress() {
+    const platform::RecordScope scope;  // the interface and its address from one look
     auto p = platform::Context::shared().devicePlatform();
     // Read on every call even where the version ignores it: the order of the two
     // halves is part of the contract.

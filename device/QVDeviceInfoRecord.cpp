@@ -86,6 +86,8 @@ std::string DeviceInfoRecord::describe() const {
 }
 
 DeviceInfoRecord QVDeviceInfo::deviceInfo() {
+    // Every provider below asks again for what another one read; one read each.
+    const platform::RecordScope scope;
     auto p = platform::Context::shared().devicePlatform();
     DeviceInfoRecord record;
     std::string type = deviceTypeDetail();

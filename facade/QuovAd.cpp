@@ -39,6 +39,9 @@ QuovAd::~QuovAd() = default;
 
 void QuovAd::setupWithAppId(std::optional<std::string> appId, std::optional<std::string> appKey) {
     QuovAdFlow::checkMainThread("QuovAd::setupWithAppId");
+    // A host sets up once and loads soon after; what the first load would start
+    // on this thread starts now on another.
+    platform::Context::shared().warmUp();
     appId_ = std::move(appId);
     appKey_ = std::move(appKey);
     platform::QVLog("Init Finished, AppId: %@ AppKey %@", platform::orNull(AppId()),

@@ -4,6 +4,7 @@
 #include "platform/http/HttpClient.h"
 #include "platform/media/ImageLoader.h"
 #include "platform/opener/UrlOpener.h"
+#include "platform/runtime/Crypto.h"
 #include "platform/runtime/TaskWorker.h"
 #include "platform/toolkit/Application.h"
 #include "platform/toolkit/FrameSurface.h"
@@ -36,7 +37,42 @@ Context::~Context() {
     opener_.reset();
 }
 
+void Context::warmUp() {
+    std::lock_guard warmLock(warmUpMutex_);
+    if (warmUpStarted_) return;
+    warmUpStarted_ = true;
+    {
+        std::lock_guard lock(mutex_);
+        if (shutDown_) return;
+    }
+    if (shutDownAtExit_) {
+        // An exit while the warm-up runs must wait for it before the crypto library
+        // tears itself down: handlers run in reverse, so the library's goes in first.
+        initCryptoBase();
+        std::atexit([] { Context::shared().joinWarmUp(); });
+    }
+    warmUp_ = std::jthread([this] {
+        try {
+            prepareCrypto();
+            http();
+        } catch (...) {
+            // The first real use meets the same failure and reports it.
+        }
+    });
+}
+
+void Context::joinWarmUp() {
+    std::jthread running;
+    {
+        std::lock_guard lock(warmUpMutex_);
+        running = std::move(warmUp_);
+    }
+    if (running.joinable()) running.join();
+}
+
 void Context::shutDown() {
+    // Outside the lock: the warm-up takes it to install the HTTP worker.
+    joinWarmUp();
     std::lock_guard lock(mutex_);
     if (shutDown_) return;
     shutDown_ = true;
@@ -97,9 +133,17 @@ FrameSurface& Context::frameSurface() {
 }
 
 HttpClient& Context::http() {
+    {
+        std::lock_guard lock(mutex_);
+        if (http_) return *http_;
+    }
+    // Made outside the lock: libcurl's first initialisation takes about a
+    // millisecond, and the main thread must not wait for it to read the device
+    // platform while the warm-up pays it. A client that lost the race is dropped.
+    auto client = std::make_unique<HttpClient>(loop_);
     std::lock_guard lock(mutex_);
     if (!http_) {
-        http_ = std::make_unique<HttpClient>(loop_);
+        http_ = std::move(client);
         // Registered after the client's construction set up libcurl and OpenSSL,
         // so it runs before their own exit handlers.
         if (shutDownAtExit_) std::atexit([] { Context::shared().shutDown(); });

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <typeindex>
 #include <vector>
 
@@ -68,7 +69,14 @@ public:
     /// Sets (nullopt: clears) that base until changed; not validated here. Any thread.
     void setServiceBase(std::optional<std::string> base);
 
-    /// Stops the workers in the stated order. Idempotent; main thread or exit.
+    /// Starts, once, a thread that does the first-use work the main thread would
+    /// otherwise pay at the first ad load: the crypto library's and libcurl's
+    /// initialisation, the HTTP worker. Returns at once; a first real use that races
+    /// it stays correct, as every piece is made once under its own guard. Any thread.
+    void warmUp();
+
+    /// Stops the workers in the stated order (after the warm-up ends). Idempotent;
+    /// main thread or exit.
     void shutDown();
 
     /// Replaces the device platform for the guard's lifetime (tests, benchmarks).
@@ -116,8 +124,13 @@ public:
     }
 
 private:
+    void joinWarmUp();
+
     MainLoop& loop_;
     mutable std::recursive_mutex mutex_;
+    std::mutex warmUpMutex_;  // guards the two below; taken before mutex_, never inside it
+    bool warmUpStarted_ = false;
+    std::jthread warmUp_;
     bool shutDown_ = false;
     bool shutDownAtExit_ = false;
     std::shared_ptr<LinuxDevicePlatform> linuxDevice_;

@@ -3,6 +3,7 @@
 #include <quov/Geometry.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -45,8 +46,32 @@ struct InterfaceAddress {
 
 using HardwareAddress = std::array<std::uint8_t, 6>;
 
+/// One record's worth of device reads on this thread. While a scope is open a
+/// platform reads each live fact (routes, addresses, the battery) at most once
+/// and answers the repeats from that read, so one record is self-consistent and
+/// cheap; outside any scope every answer is current. Nested scopes join the
+/// outermost one.
+class RecordScope {
+public:
+    RecordScope() : previous_(current_) {
+        if (current_ == 0) current_ = next_.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
+    ~RecordScope() { current_ = previous_; }
+    RecordScope(const RecordScope&) = delete;
+    RecordScope& operator=(const RecordScope&) = delete;
+
+    /// The open scope on this thread, 0 when none; a new scope never repeats an id.
+    static std::uint64_t current() { return current_; }
+
+private:
+    std::uint64_t previous_;
+    static inline thread_local std::uint64_t current_ = 0;
+    static inline std::atomic<std::uint64_t> next_{0};
+};
+
 /// Every device fact the SDK reads goes through this interface. Queries are plain
-/// reads without side effects; each may be called any number of times per record.
+/// reads without side effects; each may be called any number of times per record
+/// (see RecordScope).
 /// Called on the main thread (screen, application state) unless noted.
 class DevicePlatform {
 public:
@@ -88,7 +113,9 @@ public:
     virtual std::optional<std::string> primaryInterfaceName() const = 0;
     /// The interface's hardware address; absent on any failure (silently).
     virtual std::optional<HardwareAddress> hardwareAddress(const std::string& interface) const = 0;
-    /// The whole interface-address list; absent when the list cannot be read.
+    /// The interface-address list, in the kernel's order; the IPv4 entries are all
+    /// that is read of it, so a platform may leave the others out. Absent when the
+    /// list cannot be read.
     virtual std::optional<std::vector<InterfaceAddress>> interfaceAddresses() const = 0;
     virtual std::optional<std::string> carrierName() const = 0;
     /// Reachability flags for a host name, from local state only (nothing is sent);

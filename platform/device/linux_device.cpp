@@ -7,9 +7,12 @@
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
-#include <ifaddrs.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <net/route.h>
 #include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -465,18 +468,94 @@ bool LinuxDevicePlatform::advertisingTrackingEnabled() const {
 
 // ---- network ----
 
-std::shared_ptr<const std::vector<RouteEntry>> LinuxDevicePlatform::routes() const {
-    const auto now = Clock::now();
-    {
-        std::lock_guard lock(cacheMutex_);
-        if (routes_.fresh(now)) return routes_.value;
+namespace {
+
+// Subscribed to what can change an interface's addresses, its hardware address or
+// the IPv4 routes. Bound before the first read, so any later change is queued.
+UniqueFd openChangeSubscription() {
+    UniqueFd fd(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
+    if (!fd) return fd;
+    sockaddr_nl local{};
+    local.nl_family = AF_NETLINK;
+    local.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE;
+    if (::bind(fd.get(), reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) return UniqueFd();
+    return fd;
+}
+
+enum class Drained { Quiet, Changed, Broken };
+
+// Empties the subscription's queue without blocking; the messages' content does
+// not matter, only that one came.
+Drained drainChanges(int fd) {
+    Drained result = Drained::Quiet;
+    char buf[512];
+    while (true) {
+        const ssize_t n = ::recv(fd, buf, sizeof buf, MSG_DONTWAIT | MSG_TRUNC);
+        if (n > 0) {
+            result = Drained::Changed;
+        } else if (n < 0 && errno == EINTR) {
+            continue;
+        } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            return result;
+        } else if (n < 0 && errno == ENOBUFS) {
+            result = Drained::Changed;  // so many changes that some were dropped
+        } else {
+            return Drained::Broken;
+        }
     }
-    std::shared_ptr<const std::vector<RouteEntry>> table;
-    if (auto parsed = readRoutes(path("/proc/net/route")))
-        table = std::make_shared<const std::vector<RouteEntry>>(std::move(*parsed));
+}
+
+}  // namespace
+
+// Polls the subscription; the generation that vouches for reads made from now on,
+// 0 when nothing can vouch (a scripted root, or no subscription to be had).
+std::uint64_t LinuxDevicePlatform::networkGeneration() const {
+    if (!options_.root.empty()) return 0;
+    if (!netlinkTried_) {
+        netlinkTried_ = true;
+        netlink_ = openChangeSubscription();
+    }
+    if (!netlink_) return 0;
+    // One poll per record: what it vouched for holds for the whole record.
+    const std::uint64_t scope = RecordScope::current();
+    if (scope != 0 && scope == polledScope_) return generation_;
+    polledScope_ = scope;
+    switch (drainChanges(netlink_.get())) {
+        case Drained::Quiet: break;
+        case Drained::Changed: ++generation_; break;
+        case Drained::Broken:
+            netlink_.reset();
+            return 0;
+    }
+    return generation_;
+}
+
+// The value entry holds when it is still true (read in this record scope, or a
+// network fact no change was reported for since), else a new read. cacheMutex_ held.
+template <class T, class Read>
+T LinuxDevicePlatform::live(Live<T>& entry, bool network, Read read) const {
+    const std::uint64_t scope = RecordScope::current();
+    if (entry.filled && scope != 0 && entry.scope == scope) return entry.value;
+    const std::uint64_t generation = network ? networkGeneration() : 0;
+    if (entry.filled && generation != 0 && entry.generation == generation) {
+        entry.scope = scope;
+        return entry.value;
+    }
+    entry.value = read();
+    entry.filled = true;
+    entry.scope = scope;
+    entry.generation = generation;
+    return entry.value;
+}
+
+std::shared_ptr<const std::vector<RouteEntry>> LinuxDevicePlatform::routes() const {
     std::lock_guard lock(cacheMutex_);
-    routes_ = {now, true, table};
-    return table;
+    return live(routes_, true, [this] {
+        std::shared_ptr<const std::vector<RouteEntry>> table;
+        if (auto parsed = readRoutes(path("/proc/net/route")))
+            table = std::make_shared<const std::vector<RouteEntry>>(std::move(*parsed));
+        return table;
+    });
 }
 
 std::optional<std::string> LinuxDevicePlatform::primaryInterfaceName() const {
@@ -489,16 +568,9 @@ std::optional<std::string> LinuxDevicePlatform::primaryInterfaceName() const {
 
 std::optional<HardwareAddress> LinuxDevicePlatform::hardwareAddress(const std::string& interface) const {
     if (!safeInterfaceName(interface)) return std::nullopt;
-    const auto now = Clock::now();
-    {
-        std::lock_guard lock(cacheMutex_);
-        if (hardwareAddress_.fresh(now) && hardwareAddress_.value.first == interface)
-            return hardwareAddress_.value.second;
-    }
-    auto address = readHardwareAddress(interface);
     std::lock_guard lock(cacheMutex_);
-    hardwareAddress_ = {now, true, {interface, address}};
-    return address;
+    if (hardwareAddress_.value.first != interface) hardwareAddress_.filled = false;
+    return live(hardwareAddress_, true, [&] { return std::pair(interface, readHardwareAddress(interface)); }).second;
 }
 
 std::optional<HardwareAddress> LinuxDevicePlatform::readHardwareAddress(const std::string& interface) const {
@@ -515,31 +587,76 @@ std::optional<HardwareAddress> LinuxDevicePlatform::readHardwareAddress(const st
 }
 
 std::optional<std::vector<InterfaceAddress>> LinuxDevicePlatform::interfaceAddresses() const {
-    const auto now = Clock::now();
-    {
-        std::lock_guard lock(cacheMutex_);
-        if (addresses_.fresh(now)) return addresses_.value;
-    }
-    auto list = readInterfaceAddresses();
     std::lock_guard lock(cacheMutex_);
-    addresses_ = {now, true, list};
-    return list;
+    return live(addresses_, true, &LinuxDevicePlatform::readInterfaceAddresses);
 }
 
+// One dump of the IPv4 addresses, which is all the walk reads: getifaddrs would add
+// a dump of every link with its statistics, several times the work. Entries are
+// named as getifaddrs names them (the label, so "eth0:1" for an alias).
 std::optional<std::vector<InterfaceAddress>> LinuxDevicePlatform::readInterfaceAddresses() {
-    struct ifaddrs* list = nullptr;
-    if (::getifaddrs(&list) != 0) return std::nullopt;
+    const UniqueFd fd(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+    if (!fd) return std::nullopt;
+    struct {
+        nlmsghdr header;
+        ifaddrmsg body;
+    } request{};
+    request.header.nlmsg_len = sizeof request;
+    request.header.nlmsg_type = RTM_GETADDR;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    request.header.nlmsg_seq = 1;
+    request.body.ifa_family = AF_INET;
+    sockaddr_nl kernel{};
+    kernel.nl_family = AF_NETLINK;
+    if (::sendto(fd.get(), &request, sizeof request, 0, reinterpret_cast<const sockaddr*>(&kernel), sizeof kernel) < 0)
+        return std::nullopt;
+
     std::vector<InterfaceAddress> out;
-    for (auto* a = list; a; a = a->ifa_next) {
-        InterfaceAddress entry;
-        entry.name = a->ifa_name ? a->ifa_name : "";
-        entry.family = a->ifa_addr ? a->ifa_addr->sa_family : 0;
-        if (entry.family == AF_INET)
-            entry.ipv4 = reinterpret_cast<const sockaddr_in*>(a->ifa_addr)->sin_addr.s_addr;
-        out.push_back(std::move(entry));
+    alignas(nlmsghdr) char buf[16384];
+    while (true) {
+        const ssize_t received = ::recv(fd.get(), buf, sizeof buf, 0);
+        if (received < 0 && errno == EINTR) continue;
+        if (received <= 0) return std::nullopt;
+        const auto size = static_cast<std::size_t>(received);
+        for (std::size_t at = 0; at + sizeof(nlmsghdr) <= size;) {
+            nlmsghdr header;
+            std::memcpy(&header, buf + at, sizeof header);
+            if (header.nlmsg_len < sizeof header || at + header.nlmsg_len > size) return std::nullopt;
+            if (header.nlmsg_type == NLMSG_DONE) return out;
+            if (header.nlmsg_type == NLMSG_ERROR) return std::nullopt;
+            const std::size_t body = at + NLMSG_HDRLEN;
+            if (header.nlmsg_type == RTM_NEWADDR && header.nlmsg_len >= NLMSG_LENGTH(sizeof(ifaddrmsg))) {
+                ifaddrmsg message;
+                std::memcpy(&message, buf + body, sizeof message);
+                std::optional<std::uint32_t> local, address;
+                std::string label;
+                const std::size_t end = at + header.nlmsg_len;
+                for (std::size_t a = body + NLMSG_ALIGN(sizeof(ifaddrmsg)); a + sizeof(rtattr) <= end;) {
+                    rtattr attribute;
+                    std::memcpy(&attribute, buf + a, sizeof attribute);
+                    if (attribute.rta_len < sizeof attribute || a + attribute.rta_len > end) break;
+                    const char* data = buf + a + RTA_LENGTH(0);
+                    const std::size_t length = attribute.rta_len - RTA_LENGTH(0);
+                    std::uint32_t ip = 0;
+                    if ((attribute.rta_type == IFA_LOCAL || attribute.rta_type == IFA_ADDRESS) && length >= sizeof ip) {
+                        std::memcpy(&ip, data, sizeof ip);
+                        (attribute.rta_type == IFA_LOCAL ? local : address) = ip;
+                    } else if (attribute.rta_type == IFA_LABEL) {
+                        label.assign(data, ::strnlen(data, length));
+                    }
+                    a += RTA_ALIGN(attribute.rta_len);
+                }
+                if (label.empty()) {
+                    char name[IF_NAMESIZE] = {};
+                    if (::if_indextoname(message.ifa_index, name)) label = name;
+                }
+                // The local end of a point-to-point link, as getifaddrs gives it.
+                if (message.ifa_family == AF_INET && (local || address))
+                    out.push_back(InterfaceAddress{label, kFamilyIPv4, local ? *local : *address});
+            }
+            at += NLMSG_ALIGN(header.nlmsg_len);
+        }
     }
-    ::freeifaddrs(list);
-    return out;
 }
 
 std::optional<std::string> LinuxDevicePlatform::carrierName() const {
@@ -647,15 +764,9 @@ std::optional<std::string> findBattery(const std::string& dir) {
 }  // namespace
 
 std::optional<std::string> LinuxDevicePlatform::battery() const {
-    const auto now = Clock::now();
-    {
-        std::lock_guard lock(cacheMutex_);
-        if (battery_.fresh(now)) return battery_.value;
-    }
-    auto found = findBattery(path("/sys/class/power_supply"));
+    // No change notice covers power supplies: only a record scope reuses the location.
     std::lock_guard lock(cacheMutex_);
-    battery_ = {now, true, found};
-    return found;
+    return live(battery_, false, [this] { return findBattery(path("/sys/class/power_supply")); });
 }
 
 std::optional<std::int32_t> LinuxDevicePlatform::batteryCapacity() const {

@@ -3,8 +3,8 @@
 #include <quov/QuovHost.h>
 
 #include "platform/device/DevicePlatform.h"
+#include "platform/runtime/Fd.h"
 
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -15,11 +15,13 @@ struct RouteEntry;
 
 /// The Linux device platform. Facts come from the file system (os-release,
 /// machine-info, DMI, the routing table, sysfs network and power-supply entries),
-/// uname, getifaddrs and the locale environment; nothing is sent on the network.
+/// uname, a netlink address dump and the locale environment; nothing is sent on the network.
 /// What cannot change while the process runs (machine, chassis, system version, a
 /// valid machine id and the vendor identifiers derived from it) is read once per
-/// instance; live facts (routes, addresses, the primary hardware address, the battery's location) are reused for
-/// kLiveWindow, so one record or a burst of tracking URLs reads each once. Answers the phone platform got from its toolkit (screen,
+/// instance. Live facts (routes, addresses, hardware addresses, the battery's
+/// location) are never stale: on the real root a netlink subscription to link,
+/// address and route changes vouches for the last read until a change arrives;
+/// inside a RecordScope each is read at most once. Answers the phone platform got from its toolkit (screen,
 /// application state) or from system services (bundle, advertising identifier,
 /// carrier) come from setters; the setters are thread-safe.
 class LinuxDevicePlatform final : public DevicePlatform {
@@ -74,18 +76,15 @@ public:
     /// The chassis word ("handset", "tablet", "laptop", ...) or empty when unknown.
     std::string chassis() const;
 
-    /// How long a live fact read for one answer serves the next ones.
-    static constexpr std::chrono::milliseconds kLiveWindow{1000};
-
 private:
-    using Clock = std::chrono::steady_clock;
-    // A live value and when it was read; stale after kLiveWindow.
+    // A live value, the record scope it was read in and the network generation
+    // that vouches for it (0: none does).
     template <class T>
-    struct Recent {
-        Clock::time_point at{};
+    struct Live {
         bool filled = false;
+        std::uint64_t scope = 0;
+        std::uint64_t generation = 0;
         T value{};
-        bool fresh(Clock::time_point now) const { return filled && now - at < kLiveWindow; }
     };
     struct Facts {
         std::string machine;
@@ -102,6 +101,9 @@ private:
     static std::optional<std::string> deriveVendorIdentifier(const std::string& machineId, const std::string& key);
     static std::optional<std::vector<InterfaceAddress>> readInterfaceAddresses();
     std::optional<HardwareAddress> readHardwareAddress(const std::string& interface) const;
+    std::uint64_t networkGeneration() const;
+    template <class T, class Read>
+    T live(Live<T>& entry, bool network, Read read) const;
     std::string path(const char* absolute) const { return options_.root + absolute; }
     std::optional<std::string> env(const std::string& name) const;
     MainScreen screen() const;
@@ -122,10 +124,14 @@ private:
     mutable std::mutex cacheMutex_;  // guards the caches below
     mutable std::optional<std::string> machineId_;  // only a valid one: early boot reads "uninitialized"
     mutable std::map<std::string, std::optional<std::string>> vendorIds_;  // by bundle identifier
-    mutable Recent<std::shared_ptr<const std::vector<RouteEntry>>> routes_;
-    mutable Recent<std::optional<std::string>> battery_;
-    mutable Recent<std::optional<std::vector<InterfaceAddress>>> addresses_;
-    mutable Recent<std::pair<std::string, std::optional<HardwareAddress>>> hardwareAddress_;
+    mutable Live<std::shared_ptr<const std::vector<RouteEntry>>> routes_;
+    mutable Live<std::optional<std::string>> battery_;
+    mutable Live<std::optional<std::vector<InterfaceAddress>>> addresses_;
+    mutable Live<std::pair<std::string, std::optional<HardwareAddress>>> hardwareAddress_;
+    mutable UniqueFd netlink_;  // the change subscription; none on a scripted root
+    mutable bool netlinkTried_ = false;
+    mutable std::uint64_t generation_ = 1;  // bumped by every change the subscription reports
+    mutable std::uint64_t polledScope_ = 0;  // the record scope that already polled it
 };
 
 }  // namespace quov::platform

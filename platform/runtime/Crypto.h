@@ -33,14 +33,23 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-/// HMAC-SHA-256 of data under key; absent on failure. Any thread.
+/// HMAC-SHA-256 of data under key; absent on failure. Cheap on a cold start: it
+/// needs none of the crypto library's costly first-use work. Any thread.
 std::optional<std::vector<std::uint8_t>> hmacSha256(std::string_view key, std::string_view data);
 
-/// Fills out with cryptographically strong random bytes (the OS source when the
-/// library's generator cannot seed). Any thread.
+/// Fills out with cryptographically strong random bytes from getrandom(2) (the
+/// standard library's source where the call is missing). No file is opened. Any thread.
 void randomBytes(std::uint8_t* out, std::size_t size);
 
 /// A new random UUID, upper-case 8-4-4-4-12. Any thread.
 std::string randomUUID();
+
+/// The crypto library's cheap base initialisation, which registers its exit
+/// handler: an exit handler registered after this runs before the library's.
+void initCryptoBase();
+
+/// Does the crypto library's costly first-use work (configuration, providers).
+/// Slow (about a millisecond); meant for a thread other than the host's. Any thread.
+void prepareCrypto();
 
 }  // namespace quov::platform

@@ -7,9 +7,19 @@
 
 #include <gtest/gtest.h>
 
+#include <net/if.h>
+#include <net/route.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -82,36 +92,22 @@ TEST(LinuxDevice, SystemVersionFromOsReleaseElseTheKernel) {
     }
 }
 
-TEST(LinuxDevice, MacAddressIsTheVendorIdentifierOnEveryDistribution) {
-    // Each tree has a default route over eth0 with a readable hardware address; the
-    // distributions' version numbers (and the kernel's) all sit below 7.
-    const std::string hw = "02:fc:11:22:33:44";
-    struct Case {
-        const char* name;
-        Files files;
-        std::string osVersion;
-    } cases[] = {
-        {"Debian 12", {{"/etc/os-release", "ID=debian\nVERSION_ID=\"12\"\n"}}, "12"},
-        {"Arch", {{"/etc/os-release", "ID=arch\nBUILD_ID=rolling\n"}, {"/proc/sys/kernel/osrelease", "6.9.1-arch1-1\n"}},
-         "6.9.1-arch1-1"},
-    };
-    for (auto& c : cases) {
+TEST(LinuxDevice, MacAddressIsTheVendorIdentifierNeverTheHardwareAddress) {
+    // Distribution and kernel versions (12, 6.9.1) sit below the rule's 7, where the
+    // readable hardware address would be sent.
+    for (const char* osRelease : {"VERSION_ID=\"12\"\n", "BUILD_ID=rolling\n"}) {
         for (bool machineId : {true, false}) {
-            Tree t(c.files);
-            t.write("/proc/net/route", kRouteHeader + route("eth0", "00000000", 3, 100, "00000000"));
-            t.write("/sys/class/net/eth0/address", hw + "\n");
+            Tree t(Files{{"/etc/os-release", osRelease}, {"/proc/sys/kernel/osrelease", "6.9.1-arch1-1\n"},
+                         {"/proc/net/route", kRouteHeader + route("eth0", "00000000", 3, 100, "00000000")},
+                         {"/sys/class/net/eth0/address", "02:fc:11:22:33:44\n"}});
             if (machineId) t.write("/etc/machine-id", "3d1219c7c4c5404aaa1f6d2a48adfda4\n");
             auto p = std::make_shared<LinuxDevicePlatform>(LinuxDevicePlatform::Options{t.dir.string(), {}});
-            p->setBundleInfo({{"CFBundleIdentifier", "com.example.one"}, {"CFBundleShortVersionString", "1.0"}});
-            ASSERT_TRUE(p->hardwareAddress("eth0")) << c.name << ": the address is readable, just never sent";
+            p->setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
+            ASSERT_TRUE(p->hardwareAddress("eth0"));
             quov::platform::Context::ScopedDevicePlatform scope(quov::platform::Context::shared(), p);
-
-            std::string expected = "000000000000";
-            if (machineId) expected = std::regex_replace(*p->identifierForVendor(), std::regex("-"), "");
-            EXPECT_EQ(quov::QVDeviceInfo::getMacAddress(), expected) << c.name << ", machine id " << machineId;
-            auto record = quov::QVDeviceInfo::deviceInfo();
-            EXPECT_EQ(record.text("DeviceMac"), std::optional(expected)) << c.name;
-            EXPECT_EQ(record.text("DeviceOsVersion"), std::optional(c.osVersion)) << c.name;
+            const std::string expected =
+                machineId ? std::regex_replace(*p->identifierForVendor(), std::regex("-"), "") : "000000000000";
+            EXPECT_EQ(quov::QVDeviceInfo::getMacAddress(), expected) << osRelease << ", machine id " << machineId;
         }
     }
 }
@@ -227,19 +223,98 @@ TEST(LinuxDevice, BatteryFromPowerSupplies) {
 }
 
 TEST(LinuxDevice, MachineIdReadEarlyInFirstBootIsNotKept) {
-    // The platform keeps the identity for the process; the placeholder written before
-    // the first boot completes must not become that identity.
+    // The identity is kept for the process; the placeholder written before the
+    // first boot completes must not become it.
     Tree t(Files{{"/etc/machine-id", "uninitialized\n"}});
     auto p = t.platform();
     p.setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
     EXPECT_EQ(p.identifierForVendor(), std::nullopt);
     t.write("/etc/machine-id", "3d1219c7c4c5404aaa1f6d2a48adfda4\n");
-    auto one = p.identifierForVendor();
+    const auto one = p.identifierForVendor();
     ASSERT_TRUE(one) << "the id written later is read";
-
     p.setBundleInfo({{"CFBundleIdentifier", "com.example.two"}});
-    auto two = p.identifierForVendor();
-    EXPECT_NE(two, one) << "each bundle identifier derives its own";
-    p.setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
-    EXPECT_EQ(p.identifierForVendor(), one);
+    EXPECT_NE(p.identifierForVendor(), one) << "each bundle identifier derives its own";
+}
+
+// Live facts in a scripted root change between two records; the second must see
+// every change, while inside one record a fact is read once.
+TEST(LinuxDevice, EachRecordSeesTheFactsAsTheyAreNow) {
+    Tree t;
+    auto setBattery = [&t](const char* name, const char* capacity, const char* status) {
+        const std::string base = std::string("/sys/class/power_supply/") + name + "/";
+        t.write(base + "type", "Battery\n");
+        t.write(base + "capacity", capacity);
+        t.write(base + "status", status);
+    };
+    t.write("/proc/net/route", kRouteHeader + route("quovnone0", "00000000", 3, 0, "00000000"));
+    t.write("/sys/class/net/lo/address", "00:00:00:00:00:00\n");
+    setBattery("BAT0", "57\n", "Discharging\n");
+    auto p = std::make_shared<LinuxDevicePlatform>(LinuxDevicePlatform::Options{t.dir.string(), {}});
+    p->setBundleInfo({{"CFBundleIdentifier", "com.example.one"}, {"CFBundleShortVersionString", "1.0"},
+                      {"CFBundleName", "one"}});
+    quov::platform::Context::ScopedDevicePlatform scope(quov::platform::Context::shared(), p);
+
+    auto first = quov::QVDeviceInfo::deviceInfo();
+    EXPECT_EQ(first.text("IP"), std::optional<std::string>("an error occurred when obtaining ip address"));
+    EXPECT_EQ(first.number("BatteryLevel"), 57.0);
+    EXPECT_EQ(first.text("BatteryState"), std::optional<std::string>("Unplugged"));
+
+    // The default route moves to the loopback interface (whose address is real),
+    // and the battery is replaced by another one.
+    t.write("/proc/net/route", kRouteHeader + route("lo", "00000000", 3, 0, "00000000"));
+    fs::remove_all(t.dir / "sys/class/power_supply/BAT0");
+    setBattery("BAT1", "80\n", "Charging\n");
+    auto second = quov::QVDeviceInfo::deviceInfo();
+    EXPECT_EQ(second.text("IP"), std::optional<std::string>("127.0.0.1"));
+    EXPECT_EQ(second.number("BatteryLevel"), 80.0);
+    EXPECT_EQ(second.text("BatteryState"), std::optional<std::string>("Charging"));
+
+    {
+        const quov::platform::RecordScope record;
+        EXPECT_EQ(p->primaryInterfaceName(), std::optional<std::string>("lo"));
+        EXPECT_EQ(p->hardwareAddress("lo"), (quov::platform::HardwareAddress{}));
+        t.write("/proc/net/route", kRouteHeader + route("eth7", "00000000", 3, 0, "00000000"));
+        t.write("/sys/class/net/lo/address", "02:00:00:00:00:01\n");
+        EXPECT_EQ(p->primaryInterfaceName(), std::optional<std::string>("lo")) << "one record, one read";
+        EXPECT_EQ(p->hardwareAddress("lo"), (quov::platform::HardwareAddress{}));
+    }
+    EXPECT_EQ(p->primaryInterfaceName(), std::optional<std::string>("eth7")) << "outside a record, live";
+    EXPECT_EQ(p->hardwareAddress("lo"), (quov::platform::HardwareAddress{2, 0, 0, 0, 0, 1}));
+}
+
+// The real system's facts are kept between records only while the kernel reports
+// no change: in a network namespace of its own a child changes the loopback
+// interface and the routes behind the platform's back.
+TEST(LinuxDevice, RealFactsFollowKernelChanges) {
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (::unshare(CLONE_NEWNET) != 0 && ::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) ::_exit(77);
+        LinuxDevicePlatform p;
+        auto loopbackIPv4 = [&p] {
+            auto list = p.interfaceAddresses().value_or(std::vector<quov::platform::InterfaceAddress>{});
+            return std::any_of(list.begin(), list.end(), [](const auto& e) {
+                return e.name == "lo" && e.family == quov::platform::kFamilyIPv4 && e.ipv4 == htonl(0x7f000001);
+            });
+        };
+        if (loopbackIPv4() || p.primaryInterfaceName()) ::_exit(10);  // a new namespace starts down
+        // Up, which adds 127.0.0.1, then a default route over it.
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ifreq up{};
+        std::strncpy(up.ifr_name, "lo", IFNAMSIZ - 1);
+        rtentry route{};
+        route.rt_dst.sa_family = route.rt_genmask.sa_family = AF_INET;
+        route.rt_flags = RTF_UP;
+        route.rt_dev = up.ifr_name;
+        if (::ioctl(fd, SIOCGIFFLAGS, &up) != 0) ::_exit(77);
+        up.ifr_flags = static_cast<short>(up.ifr_flags | IFF_UP);
+        if (::ioctl(fd, SIOCSIFFLAGS, &up) != 0 || ::ioctl(fd, SIOCADDRT, &route) != 0) ::_exit(77);
+        if (!loopbackIPv4()) ::_exit(11);
+        ::_exit(p.primaryInterfaceName() == std::optional<std::string>("lo") ? 0 : 12);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no network namespace to be had here";
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "10: the namespace was not fresh, 11: stale addresses, 12: stale routes";
 }

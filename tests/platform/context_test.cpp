@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -73,6 +74,32 @@ TEST(Context, RegisteredPartsGoBeforeTheCoreStops) {
         *shutDownSeen = false;
     }
     EXPECT_FALSE(*shutDownSeen) << "the part's last request met a stopped client";
+}
+
+// The warm-up makes the HTTP worker on its own thread; a first request that races
+// it must get one client and its answer, and a stop must wait for the warm-up.
+TEST(Context, FirstUseRacingTheWarmUpIsServed) {
+    test::TestServer server;
+    server.on("/ping", test::Answer::text("pong"));
+    for (int round = 0; round < 3; ++round) {
+        MainLoop loop;
+        Context context(loop);
+        context.warmUp();
+        context.warmUp();  // once only
+        HttpClient& client = context.http();
+        EXPECT_EQ(&context.http(), &client);
+        std::optional<HttpResponse> answer;
+        HttpRequest request;
+        request.url = server.url("/ping");
+        client.send(request, [&](HttpResponse r) { answer = std::move(r); });
+        ASSERT_TRUE(loop.runUntil([&] { return answer.has_value(); }, 10s)) << "round " << round;
+        EXPECT_EQ(answer->body, "pong");
+        context.shutDown();
+    }
+    MainLoop loop;
+    Context stoppedFirst(loop);
+    stoppedFirst.shutDown();
+    stoppedFirst.warmUp();  // nothing to warm once stopped
 }
 
 }  // namespace
