@@ -1,6 +1,8 @@
 #include <quov/QVBidModel.h>
 #include <quov/QVRequestHelper.h>
 
+#include "network/Tracking.h"
+#include "network/UrlMacros.h"
 #include "platform/runtime/Log.h"
 
 namespace quov {
@@ -10,27 +12,32 @@ namespace {
 constexpr std::uint64_t kReportAttempts = 3;
 }  // namespace
 
+// The macro values are read here, per address as formatURL would; the filling
+// itself, linear in the address, runs on the task worker with the encoding.
 void QVBidModel::reportAdShow() const {
-    if (!checkViews_ || checkViews_->empty()) return;
+    const auto& views = checkViews();
+    if (!views || views->empty()) return;
     // Every address on its own: one failing never holds up the others.
-    for (std::size_t i = 0; i < checkViews_->size(); ++i) {
-        const std::string url = QVRequestHelper::formatURL((*checkViews_)[i]);
-        QVRequestHelper::getURLWithRetry(url, kReportAttempts, {}, [](const Error& error) {
-            platform::QVLog("Report ad show failed, %@", error.describe());
-        });
+    for (std::size_t i = 0; i < views->size(); ++i) {
+        network::startTrackingFilled(
+            [url = (*views)[i], identity = network::IdentityMacros::capture()] { return identity.fill(url); },
+            kReportAttempts, {},
+            [](const Error& error) { platform::QVLog("Report ad show failed, %@", error.describe()); });
     }
 }
 
 void QVBidModel::reportAdClickWithAdSize(Size adSize, Point touchDownPoint, double touchDownDate,
                                          Point touchUpPoint, double touchUpDate) const {
-    if (!checkClicks_ || checkClicks_->empty()) return;
-    for (std::size_t i = 0; i < checkClicks_->size(); ++i) {
-        const std::string identity = QVRequestHelper::formatURL((*checkClicks_)[i]);
-        const std::string url = QVRequestHelper::formatURL(identity, adSize, touchDownPoint, touchDownDate,
-                                                           touchUpPoint, touchUpDate);
-        QVRequestHelper::getURLWithRetry(url, kReportAttempts, {}, [](const Error& error) {
-            platform::QVLog("Report ad click failed, %@", error.describe());
-        });
+    const auto& clicks = checkClicks();
+    if (!clicks || clicks->empty()) return;
+    const network::TouchMacros touch{adSize, touchDownPoint, touchDownDate, touchUpPoint, touchUpDate};
+    for (std::size_t i = 0; i < clicks->size(); ++i) {
+        network::startTrackingFilled(
+            [url = (*clicks)[i], identity = network::IdentityMacros::capture(), touch] {
+                return touch.fill(identity.fill(url));
+            },
+            kReportAttempts, {},
+            [](const Error& error) { platform::QVLog("Report ad click failed, %@", error.describe()); });
     }
 }
 

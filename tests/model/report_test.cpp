@@ -1,4 +1,5 @@
 #include <quov/QVBidModel.h>
+#include <quov/QVRequestHelper.h>
 #include <quov/QuovAd.h>
 
 #include "network/Tracking.h"
@@ -54,11 +55,13 @@ TEST_F(Reporting, ImpressionsFillIdentityMacrosAndKeepTouchMacros) {
     const std::string v1 = server.url("/v1?d=__IDFA__&i=__IMEI__&t=__CLICK_UP_TIME__&x=__ABS_DOWN_X__");
     const std::string v2 = server.url("/v2?o=__OAID__");
     bid({v1, v2}, json::array())->reportAdShow();
+    // The values are those of the moment of reporting, however late the filling runs.
+    QuovAd::shared().setIMEI(std::string("changed"));
+    flush();
     const auto lines = log.linesStartingWith("GET URL WITH retry");
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0].rfind("GET URL WITH retry, 3, " + server.url("/v1?d=6D92078A"), 0), 0u) << lines[0];
     EXPECT_EQ(lines[1], "GET URL WITH retry, 3, " + v2);
-    flush();
     ASSERT_EQ(server.countOn("/v1"), 1u);
     EXPECT_EQ(server.receivedOn("/v1")[0].query,
               "d=6D92078A-8246-4BA4-AE5B-76104861E7DC&i=861&t=__CLICK_UP_TIME__&x=__ABS_DOWN_X__");
@@ -75,6 +78,18 @@ TEST_F(Reporting, ClicksFillIdentityAndTouchMacros) {
     EXPECT_EQ(server.receivedOn("/c")[0].query, "i=861&dx=100&ruy=1&tu=13.25");
 }
 
+TEST_F(Reporting, ManyAddressesStartInListOrder) {
+    std::vector<std::string> views;
+    for (int i = 0; i < 40; ++i) views.push_back(server.url("/v1?n=" + std::to_string(i) + "&m=__MAC__"));
+    bid(views, json::array())->reportAdShow();
+    flush();
+    const auto lines = log.linesStartingWith("GET URL WITH retry");
+    ASSERT_EQ(lines.size(), views.size());
+    for (std::size_t i = 0; i < views.size(); ++i)
+        EXPECT_EQ(lines[i], "GET URL WITH retry, 3, " + QVRequestHelper::formatURL(views[i]));
+    EXPECT_EQ(server.countOn("/v1"), views.size());
+}
+
 TEST_F(Reporting, EachAddressFailsOnItsOwnAfterThreeAttempts) {
     const std::string dead = "http://127.0.0.1:" + std::to_string(TestServer::deadPort()) + "/d";
     bid({server.url("/bad"), dead, server.url("/v1")}, {server.url("/bad"), server.url("/c")})->reportAdShow();
@@ -84,6 +99,8 @@ TEST_F(Reporting, EachAddressFailsOnItsOwnAfterThreeAttempts) {
     EXPECT_EQ(server.countOn("/v1"), 1u);
     EXPECT_EQ(server.countOn("/c"), 1u);
     EXPECT_EQ(log.linesStartingWith("GET URL WITH retry").size(), 3u + 3u + 1u + 3u + 1u);
+    EXPECT_EQ(log.linesStartingWith("Retry request with url: " + server.url("/bad") + ", error: ").size(), 4u);
+    EXPECT_EQ(log.linesStartingWith("Retry request with url: " + dead + ", error: ").size(), 2u);
     const auto shows = log.linesStartingWith("Report ad show failed, ");
     ASSERT_EQ(shows.size(), 2u);
     for (const auto& l : shows) EXPECT_NE(l.find("Error Domain=quov.http"), std::string::npos) << l;
