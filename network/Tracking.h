@@ -21,6 +21,10 @@ std::string percentEncodeQuery(std::string_view text);
 void startTracking(const std::string& url, std::uint64_t attempts, TrackingSuccess success,
                    TrackingFailure failure);
 
+/// Lists of addresses at least this long in all are filled and sent through
+/// startTrackingFilled; shorter ones, the usual, start at once as they always did.
+inline constexpr std::size_t kFillOffMainBytes = 16 * 1024;
+
 /// startTracking for an address still to be made: makeUrl (pure, run once on the
 /// task worker) yields the url; its every attempt is encoded there too, and logged
 /// and sent on the main thread, so an address of megabytes costs a drain only a

@@ -81,9 +81,9 @@ public:
     void setImages(std::vector<QVBidImageModel> v);
 
     /// Sends every impression URL (identity macros filled), up to 3 attempts each.
-    /// Fire-and-forget; main thread. The macro values are read now; filling and
-    /// encoding run on a worker, and the requests start, in list order, from a
-    /// later drain of the main loop.
+    /// Fire-and-forget; main thread; returns once the requests are started. A list
+    /// of 16 KiB or more is filled and encoded on a worker instead, with the macro
+    /// values of this call; its requests start, in list order, from a later drain.
     void reportAdShow() const;
 
     /// Sends every click URL (identity and touch macros filled), up to 3 attempts

@@ -55,13 +55,11 @@ TEST_F(Reporting, ImpressionsFillIdentityMacrosAndKeepTouchMacros) {
     const std::string v1 = server.url("/v1?d=__IDFA__&i=__IMEI__&t=__CLICK_UP_TIME__&x=__ABS_DOWN_X__");
     const std::string v2 = server.url("/v2?o=__OAID__");
     bid({v1, v2}, json::array())->reportAdShow();
-    // The values are those of the moment of reporting, however late the filling runs.
-    QuovAd::shared().setIMEI(std::string("changed"));
-    flush();
     const auto lines = log.linesStartingWith("GET URL WITH retry");
-    ASSERT_EQ(lines.size(), 2u);
+    ASSERT_EQ(lines.size(), 2u) << "a short list starts at once";
     EXPECT_EQ(lines[0].rfind("GET URL WITH retry, 3, " + server.url("/v1?d=6D92078A"), 0), 0u) << lines[0];
     EXPECT_EQ(lines[1], "GET URL WITH retry, 3, " + v2);
+    flush();
     ASSERT_EQ(server.countOn("/v1"), 1u);
     EXPECT_EQ(server.receivedOn("/v1")[0].query,
               "d=6D92078A-8246-4BA4-AE5B-76104861E7DC&i=861&t=__CLICK_UP_TIME__&x=__ABS_DOWN_X__");
@@ -78,13 +76,22 @@ TEST_F(Reporting, ClicksFillIdentityAndTouchMacros) {
     EXPECT_EQ(server.receivedOn("/c")[0].query, "i=861&dx=100&ruy=1&tu=13.25");
 }
 
-TEST_F(Reporting, ManyAddressesStartInListOrder) {
+// A list past network::kFillOffMainBytes is filled on the task worker: still in
+// list order, with the values of the moment of reporting.
+TEST_F(Reporting, ALongListStartsInListOrderWithTheValuesOfTheReport) {
     std::vector<std::string> views;
-    for (int i = 0; i < 40; ++i) views.push_back(server.url("/v1?n=" + std::to_string(i) + "&m=__MAC__"));
+    const std::string pad(2000, 'p');
+    for (int i = 0; i < 12; ++i)
+        views.push_back(server.url("/v1?n=" + std::to_string(i) + "&m=__MAC__&i=__IMEI__&p=" + pad));
     bid(views, json::array())->reportAdShow();
+    EXPECT_TRUE(log.linesStartingWith("GET URL WITH retry").empty());
+    const std::string filledFirst = QVRequestHelper::formatURL(views[0]);
+    QuovAd::shared().setIMEI(std::string("changed"));
     flush();
+    EXPECT_NE(filledFirst.find("&i=861&"), std::string::npos);
     const auto lines = log.linesStartingWith("GET URL WITH retry");
     ASSERT_EQ(lines.size(), views.size());
+    QuovAd::shared().setIMEI(std::string("861"));
     for (std::size_t i = 0; i < views.size(); ++i)
         EXPECT_EQ(lines[i], "GET URL WITH retry, 3, " + QVRequestHelper::formatURL(views[i]));
     EXPECT_EQ(server.countOn("/v1"), views.size());
