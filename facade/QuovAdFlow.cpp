@@ -4,6 +4,7 @@
 #include "platform/media/ImageLoader.h"
 #include "platform/media/ImageViewURL.h"
 #include "platform/runtime/Log.h"
+#include "platform/runtime/TaskWorker.h"
 #include "platform/toolkit/Application.h"
 #include "view/QVAdView.h"
 
@@ -70,18 +71,22 @@ std::shared_ptr<QuovAdDelegate> delegateFor(const QuovAd& facade, const char* ca
 
 LoadCompletion QuovAdFlow::makeLoadCompletion(QuovAd& ad) {
     return [lookup = weakFacade(ad)](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
+        // Only the first bid is ever used; the rest of an answer of a million bids
+        // is freed on the task worker, not in the host's frame.
+        const bool noBid = bids.empty();
+        QVBidModelPtr first = noBid ? nullptr : bids.front();
+        if (bids.size() > 1) platform::Context::shared().tasks().submit([rest = std::move(bids)] {});
         QuovAd* facade = lookup();
         if (!facade) return;
         if (error) {
             if (auto d = delegateFor(*facade, "onQuovSDKAdLoadFailed")) d->onQuovSDKAdLoadFailed(*error);
             return;
         }
-        if (bids.empty()) {
+        if (noBid) {
             if (auto d = delegateFor(*facade, "onQuovSDKAdLoadFailed"))
                 d->onQuovSDKAdLoadFailed(Error{"QAPP", 204, std::nullopt});
             return;
         }
-        QVBidModelPtr first = bids.front();
         if (first && first->isRendering() == 1) {
             if (auto d = delegateFor(*facade, "onQuovSDKAdFetchedBid")) d->onQuovSDKAdFetchedBid(first);
             return;

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include <limits>
+#include <type_traits>
 
 namespace quov {
 namespace {
@@ -63,19 +64,87 @@ QVBidImageModel QVBidImageModel::initWithDict(const json& dict) {
     return image;
 }
 
+struct QVBidModel::Fields {
+    std::optional<std::string> identifier;
+    std::int64_t isRendering = 0;
+    std::int64_t adType = 0;
+    std::optional<std::string> deepLinkURL;
+    std::optional<std::string> iOSURL;
+    std::optional<std::string> clickURL;
+    std::optional<std::vector<std::string>> checkViews;
+    std::optional<std::vector<std::string>> checkClicks;
+    std::optional<std::string> checkPlayerURL;
+    std::vector<QVBidImageModel> images;
+};
+
+namespace {
+
+// What an absent field reads as.
+const std::optional<std::string> kNoString;
+const std::optional<std::vector<std::string>> kNoList;
+const std::vector<QVBidImageModel> kNoImages;
+
+bool isUnset(const std::optional<std::string>& v) { return !v; }
+bool isUnset(const std::optional<std::vector<std::string>>& v) { return !v; }
+bool isUnset(std::int64_t v) { return v == 0; }
+bool isUnset(const std::vector<QVBidImageModel>& v) { return v.empty(); }
+
+}  // namespace
+
+QVBidModel::QVBidModel() = default;
+QVBidModel::~QVBidModel() = default;
+QVBidModel::QVBidModel(QVBidModel&&) noexcept = default;
+QVBidModel& QVBidModel::operator=(QVBidModel&&) noexcept = default;
+
+QVBidModel::QVBidModel(const QVBidModel& other)
+    : fields_(other.fields_ ? std::make_unique<Fields>(*other.fields_) : nullptr) {}
+
+QVBidModel& QVBidModel::operator=(const QVBidModel& other) {
+    if (this != &other) fields_ = other.fields_ ? std::make_unique<Fields>(*other.fields_) : nullptr;
+    return *this;
+}
+
+QVBidModel::Fields& QVBidModel::fields() {
+    if (!fields_) fields_ = std::make_unique<Fields>();
+    return *fields_;
+}
+
+// Getters read the shared empty value while nothing is set; setters make the
+// block only for a value that differs from it.
+#define QUOV_BID_FIELD(Type, getter, setter, member, none)                      \
+    Type QVBidModel::getter() const { return fields_ ? fields_->member : none; } \
+    void QVBidModel::setter(std::remove_cvref_t<Type> v) {                      \
+        if (fields_ || !isUnset(v)) fields().member = std::move(v);             \
+    }
+
+QUOV_BID_FIELD(const std::optional<std::string>&, identifier, setIdentifier, identifier, kNoString)
+QUOV_BID_FIELD(std::int64_t, isRendering, setIsRendering, isRendering, 0)
+QUOV_BID_FIELD(std::int64_t, adType, setAdType, adType, 0)
+QUOV_BID_FIELD(const std::optional<std::string>&, deepLinkURL, setDeepLinkURL, deepLinkURL, kNoString)
+QUOV_BID_FIELD(const std::optional<std::string>&, iOSURL, setIOSURL, iOSURL, kNoString)
+QUOV_BID_FIELD(const std::optional<std::string>&, clickURL, setClickURL, clickURL, kNoString)
+QUOV_BID_FIELD(const std::optional<std::vector<std::string>>&, checkViews, setCheckViews, checkViews, kNoList)
+QUOV_BID_FIELD(const std::optional<std::vector<std::string>>&, checkClicks, setCheckClicks, checkClicks, kNoList)
+QUOV_BID_FIELD(const std::optional<std::string>&, checkPlayerURL, setCheckPlayerURL, checkPlayerURL, kNoString)
+QUOV_BID_FIELD(const std::vector<QVBidImageModel>&, images, setImages, images, kNoImages)
+
+#undef QUOV_BID_FIELD
+
 std::shared_ptr<QVBidModel> QVBidModel::initWithDict(const json& dict) {
     auto bid = std::make_shared<QVBidModel>();
-    bid->identifier_ = stringValue(dict, "id");
-    bid->clickURL_ = stringValue(dict, "click_url");
-    bid->adType_ = integerValue(dict, "adType");
-    bid->checkViews_ = stringList(dict, "check_views");
-    bid->checkClicks_ = stringList(dict, "check_clicks");
-    bid->checkPlayerURL_ = stringValue(dict, "check_player_url");
-    bid->deepLinkURL_ = stringValue(dict, "deeplink_url");
-    bid->iOSURL_ = stringValue(dict, "ios_url");
+    bid->setIdentifier(stringValue(dict, "id"));
+    bid->setClickURL(stringValue(dict, "click_url"));
+    bid->setAdType(integerValue(dict, "adType"));
+    bid->setCheckViews(stringList(dict, "check_views"));
+    bid->setCheckClicks(stringList(dict, "check_clicks"));
+    bid->setCheckPlayerURL(stringValue(dict, "check_player_url"));
+    bid->setDeepLinkURL(stringValue(dict, "deeplink_url"));
+    bid->setIOSURL(stringValue(dict, "ios_url"));
     if (const json* images = member(dict, "images"); images && images->is_array()) {
+        std::vector<QVBidImageModel> kept;
         for (const auto& element : *images)
-            if (element.is_object()) bid->images_.push_back(QVBidImageModel::initWithDict(element));
+            if (element.is_object()) kept.push_back(QVBidImageModel::initWithDict(element));
+        bid->setImages(std::move(kept));
     }
     return bid;
 }

@@ -108,36 +108,12 @@ std::string QVRequestHelper::randomStringWithLength(std::uint64_t length) {
 }
 
 std::string QVRequestHelper::formatURL(const std::string& url) {
-    std::string out = url;
-    const QuovAd& ad = QuovAd::shared();
-    // An empty (or absent) identifier leaves its macro for the server to see.
-    if (const auto& imei = ad.IMEI(); imei && !imei->empty()) network::replaceAll(out, "__IMEI__", *imei);
-    if (const auto& oaid = ad.OAID(); oaid && !oaid->empty()) network::replaceAll(out, "__OAID__", *oaid);
-    network::replaceAll(out, "__IDFA__", QVDeviceInfo::getIDFA());
-    network::replaceAll(out, "__MAC__", QVDeviceInfo::getMacAddress());
-    const double now =
-        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-    network::replaceAll(out, "__STMS__", network::realText(now));
-    return out;
+    return network::IdentityMacros::capture().fill(url);
 }
 
 std::string QVRequestHelper::formatURL(const std::string& url, Size adSize, Point down, double downDate,
                                        Point up, double upDate) {
-    using network::integerText;
-    std::string out = url;
-    network::replaceAll(out, "__ABS_DOWN_X__", integerText(down.x));
-    network::replaceAll(out, "__ABS_DOWN_Y__", integerText(down.y));
-    // The "up" absolute macros carry the down point, and REL_UP_Y divides the
-    // lift's x: the server was built against exactly these values.
-    network::replaceAll(out, "__ABS_UP_X__", integerText(down.x));
-    network::replaceAll(out, "__ABS_UP_Y__", integerText(down.y));
-    network::replaceAll(out, "__REL_DOWN_X__", integerText(down.x / adSize.width));
-    network::replaceAll(out, "__REL_DOWN_Y__", integerText(down.y / adSize.height));
-    network::replaceAll(out, "__REL_UP_X__", integerText(up.x / adSize.width));
-    network::replaceAll(out, "__REL_UP_Y__", integerText(up.x / adSize.height));
-    network::replaceAll(out, "__CLICK_DOWN_TIME__", network::realText(downDate));
-    network::replaceAll(out, "__CLICK_UP_TIME__", network::realText(upDate));
-    return out;
+    return network::TouchMacros{adSize, down, downDate, up, upDate}.fill(url);
 }
 
 std::string QVRequestHelper::getIPAddress() {

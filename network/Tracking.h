@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,17 @@ std::string percentEncodeQuery(std::string_view text);
 /// GETs of url, counted in pendingTrackingRequests until its last callback.
 void startTracking(const std::string& url, std::uint64_t attempts, TrackingSuccess success,
                    TrackingFailure failure);
+
+/// Lists of addresses at least this long in all are filled and sent through
+/// startTrackingFilled; shorter ones, the usual, start at once as they always did.
+inline constexpr std::size_t kFillOffMainBytes = 16 * 1024;
+
+/// startTracking for an address still to be made: makeUrl (pure, run once on the
+/// task worker) yields the url; its every attempt is encoded there too, and logged
+/// and sent on the main thread, so an address of megabytes costs a drain only a
+/// copy. Addresses started one after another are sent in that order. Main thread.
+void startTrackingFilled(std::function<std::string()> makeUrl, std::uint64_t attempts, TrackingSuccess success,
+                         TrackingFailure failure);
 
 /// Tracking calls (getURLWithRetry) whose final callback has not yet run,
 /// retries still to come included. Any thread.

@@ -1,8 +1,12 @@
 #include "network/UrlMacros.h"
 
+#include <quov/QVDeviceInfo.h>
+#include <quov/QuovAd.h>
+
 #include "platform/runtime/Text.h"
 
 #include <charconv>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -43,6 +47,45 @@ void replaceAll(std::string& text, std::string_view macro, std::string_view valu
     }
     out.append(text, from, std::string::npos);
     text = std::move(out);
+}
+
+IdentityMacros IdentityMacros::capture() {
+    IdentityMacros values;
+    const QuovAd& ad = QuovAd::shared();
+    values.imei = ad.IMEI();
+    values.oaid = ad.OAID();
+    values.idfa = QVDeviceInfo::getIDFA();
+    values.mac = QVDeviceInfo::getMacAddress();
+    const double now =
+        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    values.stms = realText(now);
+    return values;
+}
+
+std::string IdentityMacros::fill(std::string url) const {
+    // An empty (or absent) identifier leaves its macro for the server to see.
+    if (imei && !imei->empty()) replaceAll(url, "__IMEI__", *imei);
+    if (oaid && !oaid->empty()) replaceAll(url, "__OAID__", *oaid);
+    replaceAll(url, "__IDFA__", idfa);
+    replaceAll(url, "__MAC__", mac);
+    replaceAll(url, "__STMS__", stms);
+    return url;
+}
+
+std::string TouchMacros::fill(std::string url) const {
+    replaceAll(url, "__ABS_DOWN_X__", integerText(down.x));
+    replaceAll(url, "__ABS_DOWN_Y__", integerText(down.y));
+    // The "up" absolute macros carry the down point, and REL_UP_Y divides the
+    // lift's x: the server was built against exactly these values.
+    replaceAll(url, "__ABS_UP_X__", integerText(down.x));
+    replaceAll(url, "__ABS_UP_Y__", integerText(down.y));
+    replaceAll(url, "__REL_DOWN_X__", integerText(down.x / adSize.width));
+    replaceAll(url, "__REL_DOWN_Y__", integerText(down.y / adSize.height));
+    replaceAll(url, "__REL_UP_X__", integerText(up.x / adSize.width));
+    replaceAll(url, "__REL_UP_Y__", integerText(up.x / adSize.height));
+    replaceAll(url, "__CLICK_DOWN_TIME__", realText(downDate));
+    replaceAll(url, "__CLICK_UP_TIME__", realText(upDate));
+    return url;
 }
 
 }  // namespace quov::network

@@ -49,50 +49,55 @@ public:
     /// never read from JSON: it starts at 0.
     static std::shared_ptr<QVBidModel> initWithDict(const nlohmann::json& dict);
 
-    const std::optional<std::string>& identifier() const { return identifier_; }
-    void setIdentifier(std::optional<std::string> v) { identifier_ = std::move(v); }
+    QVBidModel();
+    ~QVBidModel();
+    QVBidModel(const QVBidModel& other);
+    QVBidModel& operator=(const QVBidModel& other);
+    QVBidModel(QVBidModel&&) noexcept;
+    QVBidModel& operator=(QVBidModel&&) noexcept;
+
+    const std::optional<std::string>& identifier() const;
+    void setIdentifier(std::optional<std::string> v);
     /// 1: the host renders the ad itself; any other value: the SDK shows it.
-    std::int64_t isRendering() const { return isRendering_; }
-    void setIsRendering(std::int64_t v) { isRendering_ = v; }
-    std::int64_t adType() const { return adType_; }
-    void setAdType(std::int64_t v) { adType_ = v; }
-    const std::optional<std::string>& deepLinkURL() const { return deepLinkURL_; }
-    void setDeepLinkURL(std::optional<std::string> v) { deepLinkURL_ = std::move(v); }
-    const std::optional<std::string>& iOSURL() const { return iOSURL_; }
-    void setIOSURL(std::optional<std::string> v) { iOSURL_ = std::move(v); }
-    const std::optional<std::string>& clickURL() const { return clickURL_; }
-    void setClickURL(std::optional<std::string> v) { clickURL_ = std::move(v); }
+    std::int64_t isRendering() const;
+    void setIsRendering(std::int64_t v);
+    std::int64_t adType() const;
+    void setAdType(std::int64_t v);
+    const std::optional<std::string>& deepLinkURL() const;
+    void setDeepLinkURL(std::optional<std::string> v);
+    const std::optional<std::string>& iOSURL() const;
+    void setIOSURL(std::optional<std::string> v);
+    const std::optional<std::string>& clickURL() const;
+    void setClickURL(std::optional<std::string> v);
     /// Impression tracking URLs, in sending order. Absent reads as empty.
-    const std::optional<std::vector<std::string>>& checkViews() const { return checkViews_; }
-    void setCheckViews(std::optional<std::vector<std::string>> v) { checkViews_ = std::move(v); }
+    const std::optional<std::vector<std::string>>& checkViews() const;
+    void setCheckViews(std::optional<std::vector<std::string>> v);
     /// Click tracking URLs, in sending order. Absent reads as empty.
-    const std::optional<std::vector<std::string>>& checkClicks() const { return checkClicks_; }
-    void setCheckClicks(std::optional<std::vector<std::string>> v) { checkClicks_ = std::move(v); }
-    const std::optional<std::string>& checkPlayerURL() const { return checkPlayerURL_; }
-    void setCheckPlayerURL(std::optional<std::string> v) { checkPlayerURL_ = std::move(v); }
-    const std::vector<QVBidImageModel>& images() const { return images_; }
-    void setImages(std::vector<QVBidImageModel> v) { images_ = std::move(v); }
+    const std::optional<std::vector<std::string>>& checkClicks() const;
+    void setCheckClicks(std::optional<std::vector<std::string>> v);
+    const std::optional<std::string>& checkPlayerURL() const;
+    void setCheckPlayerURL(std::optional<std::string> v);
+    const std::vector<QVBidImageModel>& images() const;
+    void setImages(std::vector<QVBidImageModel> v);
 
     /// Sends every impression URL (identity macros filled), up to 3 attempts each.
-    /// Fire-and-forget; main thread; returns once the requests are started.
+    /// Fire-and-forget; main thread; returns once the requests are started. A list
+    /// of 16 KiB or more is filled and encoded on a worker instead, with the macro
+    /// values of this call; its requests start, in list order, from a later drain.
     void reportAdShow() const;
 
     /// Sends every click URL (identity and touch macros filled), up to 3 attempts
-    /// each. Size and points in the ad image's points; times in seconds since 1970.
+    /// each, started the same way. Size and points in the ad image's points; times
+    /// in seconds since 1970.
     void reportAdClickWithAdSize(Size adSize, Point touchDownPoint, double touchDownDate,
                                  Point touchUpPoint, double touchUpDate) const;
 
 private:
-    std::optional<std::string> identifier_;
-    std::int64_t isRendering_ = 0;
-    std::int64_t adType_ = 0;
-    std::optional<std::string> deepLinkURL_;
-    std::optional<std::string> iOSURL_;
-    std::optional<std::string> clickURL_;
-    std::optional<std::vector<std::string>> checkViews_;
-    std::optional<std::vector<std::string>> checkClicks_;
-    std::optional<std::string> checkPlayerURL_;
-    std::vector<QVBidImageModel> images_;
+    // Every field lives in one block made when the first is set: an answer may hold
+    // millions of empty bids, and each must cost a pointer, not every field.
+    struct Fields;
+    Fields& fields();
+    std::unique_ptr<Fields> fields_;
 };
 
 using QVBidModelPtr = std::shared_ptr<QVBidModel>;

@@ -85,5 +85,38 @@ TEST(BidModel, MissingMisspelledAndNonObjectInputsReadAsAbsent) {
     EXPECT_FALSE(QVBidImageModel::initWithDict(json::object()).url());
 }
 
+// Fields live in one block made on the first set: a copy must own its own block,
+// and setting a field back to absent must read as absent again.
+TEST(BidModel, SettersAndCopiesKeepFieldsApart) {
+    QVBidModel empty;
+    QVBidModel copyOfEmpty(empty);
+    EXPECT_FALSE(copyOfEmpty.clickURL());
+    EXPECT_TRUE(copyOfEmpty.images().empty());
+
+    auto original = QVBidModel::initWithDict(json{{"click_url", "c"}, {"check_views", {"v"}}});
+    QVBidModel copy = *original;
+    copy.setClickURL(std::string("changed"));
+    copy.setCheckViews(std::nullopt);
+    copy.setIsRendering(1);
+    copy.setImages({QVBidImageModel::initWithDict(json{{"url", "u"}})});
+    EXPECT_EQ(original->clickURL(), std::optional<std::string>("c"));
+    EXPECT_EQ(original->checkViews(), std::optional<Strings>(Strings{"v"}));
+    EXPECT_EQ(original->isRendering(), 0);
+    EXPECT_TRUE(original->images().empty());
+    EXPECT_EQ(copy.clickURL(), std::optional<std::string>("changed"));
+    EXPECT_FALSE(copy.checkViews());
+    EXPECT_EQ(copy.isRendering(), 1);
+    ASSERT_EQ(copy.images().size(), 1u);
+
+    QVBidModel assigned;
+    assigned = copy;
+    copy.setClickURL(std::nullopt);
+    EXPECT_EQ(assigned.clickURL(), std::optional<std::string>("changed"));
+    EXPECT_FALSE(copy.clickURL());
+    assigned = empty;
+    EXPECT_FALSE(assigned.clickURL());
+    EXPECT_EQ(assigned.isRendering(), 0);
+}
+
 }  // namespace
 }  // namespace quov

@@ -1,4 +1,5 @@
 #include <quov/QVBidModel.h>
+#include <quov/QVRequestHelper.h>
 #include <quov/QuovAd.h>
 
 #include "network/Tracking.h"
@@ -55,7 +56,7 @@ TEST_F(Reporting, ImpressionsFillIdentityMacrosAndKeepTouchMacros) {
     const std::string v2 = server.url("/v2?o=__OAID__");
     bid({v1, v2}, json::array())->reportAdShow();
     const auto lines = log.linesStartingWith("GET URL WITH retry");
-    ASSERT_EQ(lines.size(), 2u);
+    ASSERT_EQ(lines.size(), 2u) << "a short list starts at once";
     EXPECT_EQ(lines[0].rfind("GET URL WITH retry, 3, " + server.url("/v1?d=6D92078A"), 0), 0u) << lines[0];
     EXPECT_EQ(lines[1], "GET URL WITH retry, 3, " + v2);
     flush();
@@ -75,6 +76,27 @@ TEST_F(Reporting, ClicksFillIdentityAndTouchMacros) {
     EXPECT_EQ(server.receivedOn("/c")[0].query, "i=861&dx=100&ruy=1&tu=13.25");
 }
 
+// A list past network::kFillOffMainBytes is filled on the task worker: still in
+// list order, with the values of the moment of reporting.
+TEST_F(Reporting, ALongListStartsInListOrderWithTheValuesOfTheReport) {
+    std::vector<std::string> views;
+    const std::string pad(2000, 'p');
+    for (int i = 0; i < 12; ++i)
+        views.push_back(server.url("/v1?n=" + std::to_string(i) + "&m=__MAC__&i=__IMEI__&p=" + pad));
+    bid(views, json::array())->reportAdShow();
+    EXPECT_TRUE(log.linesStartingWith("GET URL WITH retry").empty());
+    const std::string filledFirst = QVRequestHelper::formatURL(views[0]);
+    QuovAd::shared().setIMEI(std::string("changed"));
+    flush();
+    EXPECT_NE(filledFirst.find("&i=861&"), std::string::npos);
+    const auto lines = log.linesStartingWith("GET URL WITH retry");
+    ASSERT_EQ(lines.size(), views.size());
+    QuovAd::shared().setIMEI(std::string("861"));
+    for (std::size_t i = 0; i < views.size(); ++i)
+        EXPECT_EQ(lines[i], "GET URL WITH retry, 3, " + QVRequestHelper::formatURL(views[i]));
+    EXPECT_EQ(server.countOn("/v1"), views.size());
+}
+
 TEST_F(Reporting, EachAddressFailsOnItsOwnAfterThreeAttempts) {
     const std::string dead = "http://127.0.0.1:" + std::to_string(TestServer::deadPort()) + "/d";
     bid({server.url("/bad"), dead, server.url("/v1")}, {server.url("/bad"), server.url("/c")})->reportAdShow();
@@ -84,6 +106,8 @@ TEST_F(Reporting, EachAddressFailsOnItsOwnAfterThreeAttempts) {
     EXPECT_EQ(server.countOn("/v1"), 1u);
     EXPECT_EQ(server.countOn("/c"), 1u);
     EXPECT_EQ(log.linesStartingWith("GET URL WITH retry").size(), 3u + 3u + 1u + 3u + 1u);
+    EXPECT_EQ(log.linesStartingWith("Retry request with url: " + server.url("/bad") + ", error: ").size(), 4u);
+    EXPECT_EQ(log.linesStartingWith("Retry request with url: " + dead + ", error: ").size(), 2u);
     const auto shows = log.linesStartingWith("Report ad show failed, ");
     ASSERT_EQ(shows.size(), 2u);
     for (const auto& l : shows) EXPECT_NE(l.find("Error Domain=quov.http"), std::string::npos) << l;

@@ -1,5 +1,6 @@
 // Many view-path loads in one process, headless through the RGBA frame API, against
 // a fast loopback bid server: load, displayed, drawn, closed by a key, trackers done.
+// The server runs in a child process: its own threads' heaps are not the SDK's growth.
 // `quov-soak [LOADS]` (default 10000) prints its figures and fails when resident
 // memory grew by 1 MiB or more after the first 1,000 loads (or the first half of a
 // shorter run), or when descriptors or threads are not back where they were.
@@ -17,6 +18,11 @@
 #include "tools/bid_server/BidServer.h"
 
 #include <malloc.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
 
 #include <chrono>
 #include <cstdio>
@@ -55,7 +61,33 @@ long openDescriptors() {
     return n - 1;  // the iterator's own
 }
 
-// The in-process loopback server closes its side of the last connections on its own threads.
+// Forked before any thread exists; the child serves until the soak ends (or dies).
+// Returns the server's base URL and the child's pid, or an empty URL.
+std::string startServerProcess(pid_t& child) {
+    int fds[2];
+    if (::pipe(fds) != 0) return {};
+    child = ::fork();
+    if (child < 0) return {};
+    if (child == 0) {
+        ::close(fds[0]);
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+        quov::tools::BidServer server{quov::tools::BidServerOptions{}};
+        server.start();
+        const std::string base = server.baseUrl() + "\n";
+        if (::write(fds[1], base.data(), base.size()) != static_cast<ssize_t>(base.size())) ::_exit(1);
+        ::close(fds[1]);
+        ::pause();  // until the soak's SIGTERM
+        ::_exit(0);
+    }
+    ::close(fds[1]);
+    std::string base;
+    char c;
+    while (::read(fds[0], &c, 1) == 1 && c != '\n') base += c;
+    ::close(fds[0]);
+    return base;
+}
+
+// The loopback server closes its side of the last connections on its own threads.
 void settle(quov::MainLoop& loop) {
     loop.runUntil([] { return false; }, std::chrono::milliseconds(300));
 }
@@ -67,12 +99,24 @@ int main(int argc, char** argv) {
     const long loads = argc > 1 ? std::atol(argv[1]) : 10000;
     const long warmUp = std::min(1000L, loads / 2);
 
+    pid_t serverPid = -1;
+    const std::string serverBase = startServerProcess(serverPid);
+    if (serverBase.empty()) {
+        std::fprintf(stderr, "soak: the bid server did not start\n");
+        return 1;
+    }
+    struct StopServer {
+        pid_t pid;
+        ~StopServer() {
+            ::kill(pid, SIGTERM);
+            ::waitpid(pid, nullptr, 0);
+        }
+    } stopServer{serverPid};
+
     setLogHandler([](LogLevel, const std::string&) {});  // a line per load would swamp the figures
     platform::Context::ScopedDevicePlatform device(platform::Context::shared(),
                                                    std::make_shared<platform::FakeDevicePlatform>());
-    tools::BidServer server{tools::BidServerOptions{}};
-    server.start();
-    QuovHost::setBidServerBase(server.baseUrl());
+    QuovHost::setBidServerBase(serverBase);
     frame::attachSurface(375, 812, 1.0);
     std::vector<std::uint8_t> pixels(375 * 812 * 4);
 
