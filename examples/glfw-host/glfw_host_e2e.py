@@ -183,9 +183,9 @@ def main():
          [["mousemove", "--window", "WINDOW"] + ad_centre, ["click", "1"]],
          {"abs_down_x": str(int(187.5 - BOX_X)), "abs_down_y": str(int(406 - BOX_Y))}),
         ("escape-key", "--close", "onQuovSDKAdClosed",
-         [["mousemove", "--window", "WINDOW", "10", "10"], ["key", "Escape"]], None),
+         [["mousemove", "--window", "WINDOW", "10", "10"], ["windowfocus", "--sync", "WINDOW"], ["key", "Escape"]], None),
         ("enter-key", "--click", "onQuovSDKAdClicked",
-         [["mousemove", "--window", "WINDOW", "10", "10"], ["key", "Return"]], None),
+         [["mousemove", "--window", "WINDOW", "10", "10"], ["windowfocus", "--sync", "WINDOW"], ["key", "Return"]], None),
     ]
     failed = False
     try:
