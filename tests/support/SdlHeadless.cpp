@@ -6,13 +6,6 @@
 
 namespace quov::platform {
 
-PixelBuffer::Pixel PixelBuffer::at(int x, int y) const {
-    if (x < 0 || y < 0 || x >= width || y >= height) return {0, 0, 0, 0};
-    const auto* p = rgba.data() + (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                                   static_cast<std::size_t>(x)) * 4;
-    return {p[0], p[1], p[2], p[3]};
-}
-
 HeadlessDisplay::HeadlessDisplay(int width, int height) {
     if (!SDL_WasInit(SDL_INIT_VIDEO))
         SDL_SetHintWithPriority(SDL_HINT_VIDEODRIVER, "offscreen", SDL_HINT_OVERRIDE);

@@ -15,7 +15,12 @@ struct PixelBuffer {
     struct Pixel {
         int r, g, b, a;
     };
-    Pixel at(int x, int y) const;
+    Pixel at(int x, int y) const {
+        if (x < 0 || y < 0 || x >= width || y >= height) return {0, 0, 0, 0};
+        const auto* p = &rgba[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+                               static_cast<std::size_t>(x)) * 4];
+        return {p[0], p[1], p[2], p[3]};
+    }
 };
 
 /// A window and a software renderer on SDL's offscreen video driver (overriding
