@@ -139,8 +139,6 @@ TEST(LayoutSolve, UnderAndOverDeterminedAndBrokenSystemsHaveADefinedResult) {
         EXPECT_EQ(LayoutSolver::solve(*root).consistent, consistent) << name;
         EXPECT_PRED2(near, v->frame(), expected) << name;
         EXPECT_EQ(log.linesStartingWith("Layout: ").size(), logLines) << name;
-        LayoutSolver::solve(*root);
-        EXPECT_PRED2(near, v->frame(), expected) << name << ": a solved tree solves to itself";
     }
 }
 

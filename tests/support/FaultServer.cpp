@@ -172,16 +172,6 @@ UnansweringServer::~UnansweringServer() = default;
 
 std::string UnansweringServer::url(const std::string& pathAndQuery) const { return server_->base() + pathAndQuery; }
 
-std::size_t UnansweringServer::count() const {
-    std::lock_guard lock(mutex_);
-    return count_;
-}
-
-std::size_t UnansweringServer::unanswered() const {
-    std::lock_guard lock(mutex_);
-    return unanswered_;
-}
-
 bool UnansweringServer::waitForUnanswered(std::size_t n, std::chrono::milliseconds timeout) const {
     std::unique_lock lock(mutex_);
     return arrived_.wait_for(lock, timeout, [&] { return unanswered_ >= n; });

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -95,15 +96,15 @@ public:
     UnansweringServer& operator=(const UnansweringServer&) = delete;
 
     std::string url(const std::string& pathAndQuery) const;
-    std::size_t count() const;       // requests read, answered ones included
-    std::size_t unanswered() const;  // requests read and left unanswered
+    std::size_t count() const { return count_; }  // requests read, answered ones included
+    std::size_t unanswered() const { return unanswered_; }
     bool waitForUnanswered(std::size_t n, std::chrono::milliseconds timeout) const;
     std::size_t connections() const;
 
 private:
     mutable std::mutex mutex_;
     mutable std::condition_variable arrived_;
-    std::size_t count_ = 0, unanswered_ = 0;
+    std::atomic<std::size_t> count_{0}, unanswered_{0};
     std::unique_ptr<FaultServer> server_;  // last: its threads use the members above
 };
 
