@@ -1,5 +1,6 @@
 #include "platform/http/HttpClient.h"
 
+#include "support/FaultServer.h"
 #include "support/TestServer.h"
 
 #include <gtest/gtest.h>
@@ -11,9 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
@@ -24,23 +23,24 @@ namespace quov::platform {
 namespace {
 
 using test::Answer;
+using test::FaultServer;
 using test::TestServer;
-using test::UnansweringServer;
 using namespace std::chrono_literals;
+
+HttpRequest get(std::string url, std::string method = "GET") {
+    HttpRequest r;
+    r.url = std::move(url);
+    r.method = std::move(method);
+    return r;
+}
 
 class HttpClientTest : public ::testing::Test {
 protected:
-    // Sends one request and runs the loop until its completion has run.
     HttpResponse fetch(HttpRequest request) {
         std::optional<HttpResponse> got;
         client.send(std::move(request), [&](HttpResponse r) { got = std::move(r); });
         EXPECT_TRUE(loop.runUntil([&] { return got.has_value(); }, 20s)) << "no completion";
         return got.value_or(HttpResponse{});
-    }
-    static HttpRequest get(std::string url) {
-        HttpRequest r;
-        r.url = std::move(url);
-        return r;
     }
 
     TestServer server;
@@ -48,7 +48,7 @@ protected:
     HttpClient client{loop};
 };
 
-TEST_F(HttpClientTest, GetAndPostCarryWhatWasAskedAndAnswered) {
+TEST_F(HttpClientTest, AnswersComeBackAndRequestsGoOutExactlyAsWritten) {
     server.on("/a", Answer::json(R"({"k":1})", 201));
     server.redirect("/old", "/a", 301);
     for (const char* path : {"/a?x=1", "/old"}) {
@@ -60,53 +60,61 @@ TEST_F(HttpClientTest, GetAndPostCarryWhatWasAskedAndAnswered) {
     }
     EXPECT_EQ(server.received()[0].query, "x=1");
 
-    // Headers as the wire has them: the test server would drop an empty one.
-    test::RawRequestCapture raw;
-    HttpRequest post;
-    post.method = "POST";
-    post.url = raw.base() + "/p";
+    // The raw wire: the test server would normalise paths and drop an empty header.
+    std::mutex mutex;
+    std::vector<std::pair<std::string, std::string>> wire;
+    FaultServer raw([&](FaultServer::Conn& c) {
+        {
+            std::lock_guard lock(mutex);
+            wire.emplace_back(c.head, c.body);
+        }
+        c.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}");
+    });
+    HttpRequest post = get(raw.base() + "/p", "POST");
     post.body = R"({"a":"é"})";
     post.headers = {{"Content-Type", "application/json"}, {"appkey", ""}};
     EXPECT_TRUE(fetch(post).transportOk);
-    ASSERT_EQ(raw.requests().size(), 1u);
-    const auto [head, body] = raw.requests()[0];
+    const std::vector<std::string> paths = {"/a/../b", "/./c", "/d/./e/../f?x=../y", "/%2e%2e/g"};
+    for (const auto& path : paths) EXPECT_TRUE(fetch(get(raw.base() + path)).transportOk) << path;
+    ASSERT_EQ(wire.size(), 1 + paths.size());
+    const auto& [head, body] = wire[0];
     EXPECT_EQ(head.rfind("POST /p HTTP/1.1\r\n", 0), 0u) << head;
     EXPECT_NE(head.find("\r\nContent-Type: application/json\r\n"), std::string::npos) << head;
     EXPECT_NE(head.find("\r\nappkey:"), std::string::npos) << "an empty value is still sent";
     EXPECT_EQ(body, post.body);
+    for (std::size_t i = 0; i < paths.size(); ++i)
+        EXPECT_EQ(wire[i + 1].first.rfind("GET " + paths[i] + " HTTP/1.1\r\n", 0), 0u) << wire[i + 1].first;
 }
 
-TEST_F(HttpClientTest, TransportFailuresAreReportedNotThrown) {
+TEST_F(HttpClientTest, TransportFailuresAreReportedNotThrownAndLeaveTheHostsSignalsAlone) {
+    struct sigaction before {}, after {};
+    sigset_t maskBefore, maskAfter;
+    sigaction(SIGPIPE, nullptr, &before);
+    pthread_sigmask(SIG_SETMASK, nullptr, &maskBefore);
     server.redirect("/to-file", "file:///etc/passwd");
     server.redirect("/loop", "/loop");
     Answer big = Answer::json(std::string(300 * 1024, ' '));
     server.on("/sized", big);
     big.chunked = true;
     server.on("/chunked", big);
-    struct Case {
-        const char* name;
-        std::string url;
-        const char* errorPart;
+    const std::pair<std::string, const char*> cases[] = {
+        {"http://127.0.0.1:" + std::to_string(TestServer::deadPort()) + "/", ""},
+        {"file:///etc/passwd", ""},
+        {"ftp://127.0.0.1/x", ""},
+        {"::::", ""},
+        {server.url("/to-file"), ""},
+        {server.url("/loop"), ""},
+        {server.url("/sized"), "larger than"},
+        {server.url("/chunked"), "larger than"},
     };
-    const std::vector<Case> cases = {
-        {"dead port", "http://127.0.0.1:" + std::to_string(TestServer::deadPort()) + "/", ""},
-        {"file scheme", "file:///etc/passwd", ""},
-        {"ftp scheme", "ftp://127.0.0.1/x", ""},
-        {"not a URL", "::::", ""},
-        {"redirect to file", server.url("/to-file"), ""},
-        {"redirect loop", server.url("/loop"), ""},
-        {"body over the cap", server.url("/sized"), "larger than"},
-        {"chunked body over the cap", server.url("/chunked"), "larger than"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        HttpRequest r = get(c.url);
+    for (const auto& [url, errorPart] : cases) {
+        HttpRequest r = get(url);
         r.maxBodyBytes = 100 * 1024;
         HttpResponse resp = fetch(r);
-        EXPECT_FALSE(resp.transportOk);
-        EXPECT_NE(resp.errorText.find(c.errorPart), std::string::npos) << resp.errorText;
-        EXPECT_FALSE(resp.errorText.empty());
-        EXPECT_TRUE(resp.body.empty());
+        EXPECT_FALSE(resp.transportOk) << url;
+        EXPECT_NE(resp.errorText.find(errorPart), std::string::npos) << url << ": " << resp.errorText;
+        EXPECT_FALSE(resp.errorText.empty()) << url;
+        EXPECT_TRUE(resp.body.empty()) << url;
     }
     EXPECT_LE(server.countOn("/loop"), 12u) << "redirects are bounded";
 
@@ -114,16 +122,10 @@ TEST_F(HttpClientTest, TransportFailuresAreReportedNotThrown) {
     injected.headers = {{"appkey", "k\r\nX-Injected: 1"}};
     EXPECT_FALSE(fetch(injected).transportOk);
     EXPECT_EQ(server.countOn("/h"), 0u) << "a header that would split is never sent";
-}
-
-TEST_F(HttpClientTest, PathsAreSentAsWrittenNeverNormalised) {
-    test::RawRequestCapture raw;
-    const std::vector<std::string> paths = {"/a/../b", "/./c", "/d/./e/../f?x=../y", "/%2e%2e/g"};
-    for (const auto& path : paths) EXPECT_TRUE(fetch(get(raw.base() + path)).transportOk) << path;
-    const auto got = raw.requests();
-    ASSERT_EQ(got.size(), paths.size());
-    for (std::size_t i = 0; i < paths.size(); ++i)
-        EXPECT_EQ(got[i].first.rfind("GET " + paths[i] + " HTTP/1.1\r\n", 0), 0u) << got[i].first;
+    sigaction(SIGPIPE, nullptr, &after);
+    pthread_sigmask(SIG_SETMASK, nullptr, &maskAfter);
+    EXPECT_EQ(before.sa_handler, after.sa_handler);
+    EXPECT_EQ(sigismember(&maskBefore, SIGPIPE), sigismember(&maskAfter, SIGPIPE));
 }
 
 TEST_F(HttpClientTest, RedirectsLeaveTheOriginOnlyWhenTheRequestAllowsIt) {
@@ -132,49 +134,33 @@ TEST_F(HttpClientTest, RedirectsLeaveTheOriginOnlyWhenTheRequestAllowsIt) {
     server.on("/land", Answer::json("{}"));
     server.redirect("/same", "/land", 307);
     server.redirect("/away", elsewhere.url("/land"), 307);
-    struct Case {
-        const char* path;
-        bool crossOrigin;
-        bool ok;
-        std::size_t elsewhereGets;
-    };
-    const Case cases[] = {
-        {"/same", false, true, 0},
-        {"/away", false, false, 0},
-        {"/away", true, true, 1},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.path) + (c.crossOrigin ? " cross-origin allowed" : ""));
+    const std::tuple<const char*, bool, bool, std::size_t> cases[] = {
+        // path, cross-origin allowed, answered, requests that reached elsewhere
+        {"/same", false, true, 0}, {"/away", false, false, 0}, {"/away", true, true, 1}};
+    for (const auto& [path, crossOrigin, ok, elsewhereGets] : cases) {
         elsewhere.clearReceived();
-        HttpRequest r = get(server.url(c.path));
-        r.method = "POST";
-        r.body = "{}";
+        HttpRequest r = get(server.url(path), "POST");
         r.headers = {{"appkey", "secret"}};
-        r.crossOriginRedirects = c.crossOrigin;
-        HttpResponse resp = fetch(r);
-        EXPECT_EQ(resp.transportOk, c.ok) << resp.errorText;
-        EXPECT_EQ(elsewhere.count(), c.elsewhereGets);
+        r.crossOriginRedirects = crossOrigin;
+        EXPECT_EQ(fetch(r).transportOk, ok) << path << crossOrigin;
+        EXPECT_EQ(elsewhere.count(), elsewhereGets) << path << crossOrigin;
     }
 }
 
-// The pool is warmed with kept-alive connections first; the server then reads
-// each request and closes without a word. Each send reaches it exactly once.
+// The pool is warmed with kept-alive connections; the server then reads each
+// request and closes without a word. Each send must reach it exactly once.
 TEST_F(HttpClientTest, EachRequestGoesOutOnceOnItsOwnNewConnection) {
     constexpr std::size_t kWarm = 6;
-    UnansweringServer closing(UnansweringServer::After::Close, kWarm);
+    test::UnansweringServer closing(test::UnansweringServer::After::Close, kWarm);
     std::size_t answered = 0;
     for (std::size_t i = 0; i < kWarm; ++i)
         client.send(get(closing.url("/w")), [&](HttpResponse r) { answered += r.transportOk; });
     ASSERT_TRUE(loop.runUntil([&] { return client.inFlight() == 0; }, 20s));
     ASSERT_EQ(answered, kWarm);
     for (const char* method : {"GET", "POST"}) {
-        SCOPED_TRACE(method);
         const std::size_t before = closing.unanswered();
-        HttpRequest r = get(closing.url("/x"));
-        r.method = method;
-        r.body = method == std::string("POST") ? "{}" : "";
-        EXPECT_FALSE(fetch(r).transportOk);
-        EXPECT_EQ(closing.unanswered() - before, 1u);
+        EXPECT_FALSE(fetch(get(closing.url("/x"), method)).transportOk) << method;
+        EXPECT_EQ(closing.unanswered() - before, 1u) << method;
     }
     EXPECT_EQ(closing.connections(), closing.count()) << "a connection was reused";
 }
@@ -189,16 +175,14 @@ TEST_F(HttpClientTest, ManyRequestsAllCompleteOnTheLoopThread) {
     int ok = 0;
     std::string firstError;
     bool allOnMain = true;
-    for (int i = 0; i < 10; ++i) {
-        for (TestServer* s : {&server, &other}) {
+    for (int i = 0; i < 10; ++i)
+        for (TestServer* s : {&server, &other})
             client.send(get(s->url("/q")), [&](HttpResponse r) {
                 allOnMain = allOnMain && std::this_thread::get_id() == mainThread;
                 ok += r.transportOk && r.status == 200;
                 if (!(r.transportOk && r.status == 200) && firstError.empty())
                     firstError = r.errorText + " (status " + std::to_string(r.status) + ")";
             });
-        }
-    }
     EXPECT_EQ(client.inFlight(), 20u);
     ASSERT_TRUE(loop.runUntil([&] { return client.inFlight() == 0; }, 60s));
     EXPECT_EQ(ok, 20) << "first failure: " << firstError;
@@ -238,30 +222,15 @@ TEST_F(HttpClientTest, AnotherLaneNeverWaitsBehindAHostsBusyConnections) {
     server.on("/track", stuck);
     server.on("/network", Answer::json("{}"));
     std::vector<std::string> order;
-    for (int i = 0; i < 6; ++i)
-        client.send(get(server.url("/track")), [&](HttpResponse) { order.push_back("track"); });
-    HttpRequest bid = get(server.url("/network"));
-    bid.method = "POST";
+    for (int i = 0; i < 6; ++i) client.send(get(server.url("/track")), [&](HttpResponse) { order.push_back("track"); });
+    HttpRequest bid = get(server.url("/network"), "POST");
     bid.lane = "bid";
     client.send(std::move(bid), [&](HttpResponse r) { order.push_back(r.status == 200 ? "bid" : "bid failed"); });
     ASSERT_TRUE(loop.runUntil([&] { return order.size() == 7; }, 60s));
     EXPECT_EQ(order.front(), "bid") << "the bid was queued behind the trackers";
 }
 
-TEST_F(HttpClientTest, HostSignalSetupIsLeftAlone) {
-    struct sigaction before {}, after {};
-    sigset_t maskBefore, maskAfter;
-    sigaction(SIGPIPE, nullptr, &before);
-    pthread_sigmask(SIG_SETMASK, nullptr, &maskBefore);
-    server.on("/s", Answer::empty());
-    fetch(get(server.url("/s")));
-    sigaction(SIGPIPE, nullptr, &after);
-    pthread_sigmask(SIG_SETMASK, nullptr, &maskAfter);
-    EXPECT_EQ(before.sa_handler, after.sa_handler);
-    EXPECT_EQ(sigismember(&maskBefore, SIGPIPE), sigismember(&maskAfter, SIGPIPE));
-}
-
-TEST(HttpClientLifecycle, DestroyingWithRequestsInFlightCompletesThemWithAnError) {
+TEST(HttpClientLifecycle, RequestsInFlightAtDestructionOrSentAfterShutDownFailOnceMarkedFinal) {
     TestServer server;
     Answer slow = Answer::empty();
     slow.delay = 300ms;
@@ -270,47 +239,22 @@ TEST(HttpClientLifecycle, DestroyingWithRequestsInFlightCompletesThemWithAnError
     std::vector<HttpResponse> got;
     {
         HttpClient client(loop);
-        for (int i = 0; i < 8; ++i) {  // more than one host's share: some are still queued
-            HttpRequest r;
-            r.url = server.url("/slow");
-            client.send(r, [&](HttpResponse resp) { got.push_back(std::move(resp)); });
-        }
+        for (int i = 0; i < 8; ++i)  // more than one host's share: some are still queued
+            client.send(get(server.url("/slow")), [&](HttpResponse r) { got.push_back(std::move(r)); });
         ASSERT_TRUE(server.waitForCount(1, 10s));
     }
-    loop.drain();
-    ASSERT_EQ(got.size(), 8u) << "every caller hears back exactly once";
-    for (const auto& r : got) EXPECT_TRUE(!r.transportOk && r.shutDown);
-}
-
-TEST(HttpClientLifecycle, SendsAfterShutDownFailOnceMarkedFinal) {
-    MainLoop loop;
     HttpClient client(loop);
     client.shutDown();
     client.shutDown();
-    int calls = 0;
-    HttpRequest r;
-    r.url = "http://127.0.0.1:" + std::to_string(TestServer::deadPort()) + "/";
-    client.send(r, [&](HttpResponse resp) { calls += !resp.transportOk && resp.shutDown; });
+    client.send(get(server.url("/slow")), [&](HttpResponse r) { got.push_back(std::move(r)); });
     loop.drain();
-    EXPECT_EQ(calls, 1);
+    ASSERT_EQ(got.size(), 9u) << "every caller hears back exactly once";
+    for (const auto& r : got) EXPECT_TRUE(!r.transportOk && r.shutDown);
     EXPECT_EQ(client.inFlight(), 0u);
 }
 
-// A listener that never accepts: connections to it hang until their time-out.
-int hungListener() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || ::listen(fd, 1) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) != 0)
-        return -1;
-    return ntohs(a.sin_port);
-}
-
-// 1,500 requests to 250 hung ports under a 1,024-descriptor limit: the open
-// connections stay capped, so the host's own open() never meets EMFILE.
+// 1,500 requests to 250 hung hosts (listeners that never accept) under a 1,024-descriptor
+// limit: open connections stay capped, so the host's own open() never meets EMFILE.
 TEST(HttpClientLimits, StuckRequestsToManyHostsNeverExhaustTheHostsDescriptors) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
@@ -320,7 +264,17 @@ TEST(HttpClientLimits, StuckRequestsToManyHostsNeverExhaustTheHostsDescriptors) 
             lim.rlim_cur = std::min<rlim_t>(1024, lim.rlim_max);
             ::setrlimit(RLIMIT_NOFILE, &lim);
             std::vector<int> ports;
-            for (int i = 0; i < 250; ++i) ports.push_back(hungListener());
+            for (int i = 0; i < 250; ++i) {
+                sockaddr_in a{};
+                a.sin_family = AF_INET;
+                a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+                socklen_t len = sizeof a;
+                const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+                if (::bind(fd, reinterpret_cast<sockaddr*>(&a), len) || ::listen(fd, 1) ||
+                    ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len))
+                    std::_Exit(2);
+                ports.push_back(ntohs(a.sin_port));
+            }
             std::atomic<bool> done{false};
             std::atomic<bool> sawEmfile{false};
             std::size_t completed = 0;
@@ -328,16 +282,14 @@ TEST(HttpClientLimits, StuckRequestsToManyHostsNeverExhaustTheHostsDescriptors) 
                 MainLoop loop;
                 HttpClient client(loop);
                 std::thread probe([&] {
-                    while (!done) {
+                    for (; !done; std::this_thread::sleep_for(1ms)) {
                         const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
                         if (fd >= 0) ::close(fd);
                         else if (errno == EMFILE) sawEmfile = true;
-                        std::this_thread::sleep_for(1ms);
                     }
                 });
                 for (int i = 0; i < 1500; ++i) {
-                    HttpRequest r;
-                    r.url = "http://127.0.0.1:" + std::to_string(ports[i % ports.size()]) + "/t";
+                    HttpRequest r = get("http://127.0.0.1:" + std::to_string(ports[i % ports.size()]) + "/t");
                     r.timeout = 300ms;
                     client.send(r, [&](HttpResponse) { ++completed; });
                 }

@@ -12,58 +12,44 @@ using namespace quov;
 using namespace quov::platform;
 
 TEST(ViewTree, SubviewOrderOwnershipAndCycles) {
-    auto parent = View::make(), other = View::make();
-    auto a = View::make(), b = View::make();
-    parent->addSubview(a);
-    parent->addSubview(b);
+    auto parent = View::make(), other = View::make(), a = View::make(), b = View::make();
+    parent->addSubview(a), parent->addSubview(b);
     parent->addSubview(a);  // re-adding brings it to the front
     EXPECT_EQ(parent->subviews(), (std::vector<ViewPtr>{b, a}));
     other->addSubview(a);  // moving takes it out of the old superview
     EXPECT_EQ(parent->subviews(), (std::vector<ViewPtr>{b}));
     EXPECT_EQ(a->superview(), other);
     for (const auto& bad : {a, other, ViewPtr()}) EXPECT_THROW(a->addSubview(bad), std::invalid_argument);
-
     std::weak_ptr<View> weakA = a;
     a->removeFromSuperview();
     a.reset();
     EXPECT_TRUE(weakA.expired()) << "the superview was the only other owner";
 }
 
-TEST(HitTest, FrontToBackOverVisibleInteractiveViews) {
+TEST(HitTest, FrontToBackOverVisibleInteractiveViewsWithinTheirSuperview) {
     auto window = Window::make({{0, 0}, {200, 200}});
-    auto back = View::make({{0, 0}, {200, 200}});
-    auto front = View::make({{50, 50}, {100, 100}});
-    auto child = View::make({{10, 10}, {20, 20}});
-    auto overhang = View::make({{90, 90}, {50, 50}});  // sticks out of front
-    window->addSubview(back);
-    window->addSubview(front);
-    front->addSubview(child);
-    front->addSubview(overhang);
-    const std::tuple<const char*, Point, ViewPtr> cases[] = {
-        {"the front view over the back one", {55, 55}, front},
-        {"a subview within its superview", {65, 65}, child},
-        {"outside the front view", {10, 10}, back},
-        {"overhang outside its superview is not hit", {160, 160}, back},
-        {"overhang inside its superview", {145, 145}, overhang},
-        {"outside the window", {250, 10}, nullptr},
+    auto back = View::make({{0, 0}, {200, 200}}), front = View::make({{50, 50}, {100, 100}});
+    auto child = View::make({{10, 10}, {20, 20}}), overhang = View::make({{90, 90}, {50, 50}});
+    window->addSubview(back), window->addSubview(front), front->addSubview(child), front->addSubview(overhang);
+    const std::tuple<Point, ViewPtr, std::function<void()>> cases[] = {
+        {{55, 55}, front, [] {}},
+        {{65, 65}, child, [] {}},
+        {{10, 10}, back, [] {}},
+        {{160, 160}, back, [] {}},  // the overhang outside its superview
+        {{145, 145}, overhang, [] {}},
+        {{250, 10}, nullptr, [] {}},
+        {{65, 65}, back, [&] { front->setHidden(true); }},
+        {{65, 65}, back, [&] { front->setAlpha(0.001); }},
+        {{65, 65}, back, [&] { front->setUserInteractionEnabled(false); }},
     };
-    for (const auto& [name, p, expected] : cases) EXPECT_EQ(window->hitView(p), expected) << name;
-
-    const std::pair<const char*, std::function<void()>> hideFront[] = {
-        {"hidden", [&] { front->setHidden(true); }},
-        {"transparent", [&] { front->setAlpha(0.001); }},
-        {"not interactive", [&] { front->setUserInteractionEnabled(false); }},
-    };
-    for (const auto& [name, hide] : hideFront) {
-        hide();
-        EXPECT_EQ(window->hitView({65, 65}), back) << name;
-        front->setHidden(false);
-        front->setAlpha(1);
-        front->setUserInteractionEnabled(true);
+    for (const auto& [p, expected, change] : cases) {
+        change();
+        EXPECT_EQ(window->hitView(p), expected) << p.x << "," << p.y;
+        front->setHidden(false), front->setAlpha(1), front->setUserInteractionEnabled(true);
     }
 }
 
-/// A window with one button at (100, 100) 50 x 40, recording every control event it sends.
+/// A button at (100, 100) 50 x 40 in a window, recording each control event and its location.
 struct ButtonRig {
     std::shared_ptr<Window> window = Window::make({{0, 0}, {300, 300}});
     std::shared_ptr<Button> button = Button::make({{100, 100}, {50, 40}});
@@ -73,18 +59,12 @@ struct ButtonRig {
 
     ButtonRig() {
         window->addSubview(button);
-        const std::pair<ControlEvents, const char*> names[] = {{ControlEventTouchDown, "down"},
-                                                               {ControlEventTouchUpInside, "up-inside"},
-                                                               {ControlEventTouchUpOutside, "up-outside"},
-                                                               {ControlEventTouchCancel, "cancel"}};
-        for (auto [mask, name] : names)
-            button->addTarget(
-                target,
-                [this, name = std::string(name)](Button& sender, const TouchEvent& e) {
-                    events.push_back(name);
-                    locations.push_back(locationInView(e.anyTouchForView(sender), sender));
-                },
-                mask);
+        for (auto [mask, name] : {std::pair{ControlEventTouchDown, "down"}, {ControlEventTouchUpInside, "up-inside"},
+                                  {ControlEventTouchUpOutside, "up-outside"}, {ControlEventTouchCancel, "cancel"}})
+            button->addTarget(target, [this, name](Button& sender, const TouchEvent& e) {
+                events.push_back(name);
+                locations.push_back(locationInView(e.anyTouchForView(sender), sender));
+            }, mask);
     }
 };
 
@@ -96,33 +76,25 @@ TEST(ButtonEvents, DownAndUpSemantics) {
         std::uint64_t touch = 7;
         bool removeButtonFirst = false;
     };
-    struct Case {
-        const char* name;
-        std::vector<Step> steps;
-        std::vector<std::string> expected;
+    const std::pair<std::vector<Step>, std::vector<std::string>> cases[] = {
+        {{{B, {110, 110}}, {E, {112, 115}}}, {"down", "up-inside"}},
+        {{{B, {110, 110}}, {E, {10, 10}}}, {"down", "up-outside"}},
+        {{{B, {110, 110}}, {M, {5, 5}}, {E, {149, 139}}}, {"down", "up-inside"}},  // wanders out and back
+        {{{B, {110, 110}}, {E, {150, 120}}}, {"down", "up-outside"}},              // just past the edge
+        {{{B, {10, 10}}, {E, {110, 110}}}, {}},
+        {{{B, {110, 110}}, {C, {110, 110}}}, {"down", "cancel"}},
+        {{{B, {110, 110}, 1}, {B, {120, 120}, 2}, {E, {120, 120}, 2}, {E, {111, 111}, 1}}, {"down", "up-inside"}},
+        {{{B, {110, 110}}, {E, {110, 110}, 7, true}}, {"down", "cancel"}},  // the button left the window
+        {{{E, {110, 110}, 99}}, {}},                                        // a touch the window never saw
     };
-    const Case cases[] = {
-        {"tap", {{B, {110, 110}}, {E, {112, 115}}}, {"down", "up-inside"}},
-        {"down inside, up outside", {{B, {110, 110}}, {E, {10, 10}}}, {"down", "up-outside"}},
-        {"wander out and back", {{B, {110, 110}}, {M, {5, 5}}, {E, {149, 139}}}, {"down", "up-inside"}},
-        {"just past the edge", {{B, {110, 110}}, {E, {150, 120}}}, {"down", "up-outside"}},
-        {"down outside, up inside", {{B, {10, 10}}, {E, {110, 110}}}, {}},
-        {"cancelled", {{B, {110, 110}}, {C, {110, 110}}}, {"down", "cancel"}},
-        {"only the first touch is tracked",
-         {{B, {110, 110}, 1}, {B, {120, 120}, 2}, {E, {120, 120}, 2}, {E, {111, 111}, 1}},
-         {"down", "up-inside"}},
-        {"a button that left the window gets a cancel", {{B, {110, 110}}, {E, {110, 110}, 7, true}},
-         {"down", "cancel"}},
-        {"ends of touches the window never saw", {{E, {110, 110}, 99}}, {}},
-    };
-    for (const auto& c : cases) {
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
         ButtonRig rig;
-        for (const auto& s : c.steps) {
+        for (const auto& s : cases[i].first) {
             if (s.removeButtonFirst) rig.button->removeFromSuperview();
             rig.window->sendTouch(s.touch, s.phase, s.at);
         }
-        EXPECT_EQ(rig.events, c.expected) << c.name;
-        EXPECT_FALSE(rig.button->isTracking()) << c.name;
+        EXPECT_EQ(rig.events, cases[i].second) << "case " << i;
+        EXPECT_FALSE(rig.button->isTracking()) << "case " << i;
     }
 }
 
@@ -131,9 +103,7 @@ TEST(ButtonEvents, LocationsAreInTheSendersOwnSpaceAndGoneTargetsAreNotCalled) {
     rig.window->sendTouch(1, TouchPhase::Began, {110, 120});
     rig.window->sendTouch(1, TouchPhase::Ended, {112, 125});
     EXPECT_EQ(rig.locations, (std::vector<Point>{{10, 20}, {12, 25}}));
-    // No touch of the event belongs to the view: the location reads (0, 0).
     EXPECT_EQ(locationInView(TouchEvent({}).anyTouchForView(*rig.button), *rig.button), (Point{0, 0}));
-
     rig.target.reset();
     rig.window->sendTouch(2, TouchPhase::Began, {110, 110});
     rig.window->sendTouch(2, TouchPhase::Ended, {110, 110});
@@ -141,7 +111,7 @@ TEST(ButtonEvents, LocationsAreInTheSendersOwnSpaceAndGoneTargetsAreNotCalled) {
     EXPECT_EQ(rig.button->allControlEvents(), 0u);
 }
 
-/// Owns its button and takes itself off the screen from the button's action, the way an ad view closes.
+/// Takes itself off the screen from its button's action, the way an ad view closes.
 struct SelfRemovingPanel : View {
     std::shared_ptr<Button> button = Button::make({{0, 0}, {40, 40}});
     void onUp(Button&, const TouchEvent&) { removeFromSuperview(); }

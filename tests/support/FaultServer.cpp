@@ -2,7 +2,6 @@
 
 #include "support/TestServer.h"
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
@@ -41,38 +40,33 @@ SSL_CTX* selfSignedContext() {
     return ctx;
 }
 
-// Reads the request head and a Content-Length body; false when the peer left.
-bool readRequest(int fd) {
-    std::string data;
-    char buf[4096];
-    std::size_t headEnd = std::string::npos;
-    while (headEnd == std::string::npos) {
-        const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-        if (n <= 0) return false;
-        data.append(buf, static_cast<std::size_t>(n));
-        headEnd = data.find("\r\n\r\n");
-    }
-    std::size_t length = 0;
-    std::string head = data.substr(0, headEnd);
-    std::transform(head.begin(), head.end(), head.begin(), [](unsigned char c) { return std::tolower(c); });
-    if (const auto at = head.find("content-length:"); at != std::string::npos)
-        length = std::strtoul(head.c_str() + at + 15, nullptr, 10);
-    while (data.size() - headEnd - 4 < length) {
-        const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-        if (n <= 0) return false;
-        data.append(buf, static_cast<std::size_t>(n));
-    }
-    return true;
-}
-
 }  // namespace
+
+bool FaultServer::Conn::next() {
+    char buf[4096];
+    for (;;) {
+        if (const auto headEnd = pending.find("\r\n\r\n"); headEnd != std::string::npos) {
+            std::string lower = pending.substr(0, headEnd);
+            std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+            const auto at = lower.find("\r\ncontent-length:");
+            const std::size_t end = headEnd + 4 + (at == std::string::npos ? 0 : std::strtoul(&lower[at + 17], nullptr, 10));
+            if (pending.size() >= end) {
+                head = pending.substr(0, headEnd + 4);
+                body = pending.substr(headEnd + 4, end - headEnd - 4);
+                pending.erase(0, end);
+                return true;
+            }
+        }
+        const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+        if (n <= 0) return false;
+        pending.append(buf, static_cast<std::size_t>(n));
+    }
+}
 
 bool FaultServer::Conn::send(std::string_view data) {
     while (!data.empty()) {
-        if (stopping()) return false;
-        const ssize_t n = ::send(fd, data.data(), data.size(), MSG_NOSIGNAL);
+        const ssize_t n = stopping() ? -1 : ::send(fd, data.data(), data.size(), MSG_NOSIGNAL);
         if (n <= 0) return false;
-        server->bytesSent_ += static_cast<std::size_t>(n);
         data.remove_prefix(static_cast<std::size_t>(n));
     }
     return true;
@@ -83,7 +77,6 @@ bool FaultServer::Conn::pause(int ms) {
     while (!stopping()) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         if (left.count() <= 0) return true;
-        // Wakes early when the peer hangs up or the server shuts the socket down.
         pollfd p{fd, POLLIN | POLLRDHUP, 0};
         if (::poll(&p, 1, static_cast<int>(std::min<long>(left.count(), 50))) > 0 &&
             (p.revents & (POLLRDHUP | POLLHUP | POLLERR)))
@@ -92,21 +85,24 @@ bool FaultServer::Conn::pause(int ms) {
     return false;
 }
 
-bool FaultServer::Conn::stopping() const { return server->stopping_.load(); }
-
 void FaultServer::Conn::reset() {
-    // Closing with a zero linger sends RST instead of FIN.
     linger l{1, 0};
     ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &l, sizeof l);
 }
 
-FaultServer::FaultServer(Behaviour behaviour, bool tls) : behaviour_(std::move(behaviour)), tls_(tls) {
-    if (tls_) sslContext_ = selfSignedContext();
-    listenFd_ = listenOnLoopback(64, port_, "FaultServer");
+FaultServer::FaultServer(Behaviour behaviour, bool tls)
+    : behaviour_(std::move(behaviour)), sslContext_(tls ? selfSignedContext() : nullptr) {
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof addr;
+    listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (listenFd_ < 0 || ::bind(listenFd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+        ::listen(listenFd_, 256) != 0 || ::getsockname(listenFd_, reinterpret_cast<sockaddr*>(&addr), &len) != 0)
+        throw std::runtime_error("FaultServer: cannot listen on 127.0.0.1");
+    port_ = ntohs(addr.sin_port);
     acceptor_ = std::thread([this] {
-        for (;;) {
-            const int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-            if (fd < 0) return;  // the listener was shut down
+        for (int fd; (fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
             std::lock_guard lock(mutex_);
             if (stopping_) {
                 ::close(fd);
@@ -134,30 +130,53 @@ FaultServer::~FaultServer() {
 }
 
 std::string FaultServer::base() const {
-    return std::string(tls_ ? "https" : "http") + "://127.0.0.1:" + std::to_string(port_);
+    return std::string(sslContext_ ? "https" : "http") + "://127.0.0.1:" + std::to_string(port_);
 }
 
 void FaultServer::serve(int fd) {
-    serveOn(fd);
-    std::lock_guard lock(mutex_);
-    std::replace(fds_.begin(), fds_.end(), fd, -1);
-    ::close(fd);
-}
-
-void FaultServer::serveOn(int fd) {
-    if (tls_) {
+    Conn conn;
+    conn.fd = fd;
+    conn.server = this;
+    if (sslContext_) {
         // Only the handshake matters: a verifying client hangs up during it.
         SSL* ssl = SSL_new(static_cast<SSL_CTX*>(sslContext_));
         SSL_set_fd(ssl, fd);
         SSL_accept(ssl);
         SSL_free(ssl);
-        return;
+    } else if (conn.next()) {
+        behaviour_(conn);
     }
-    if (!readRequest(fd)) return;
-    Conn conn;
-    conn.fd = fd;
-    conn.server = this;
-    behaviour_(conn);
+    std::lock_guard lock(mutex_);
+    std::replace(fds_.begin(), fds_.end(), fd, -1);
+    ::close(fd);
 }
+
+UnansweringServer::UnansweringServer(After after, std::size_t answered, std::string answer)
+    : server_(std::make_unique<FaultServer>([this, after, answered, answer](FaultServer::Conn& c) {
+          do {
+              bool reply;
+              {
+                  std::lock_guard lock(mutex_);
+                  reply = ++count_ <= answered;
+                  unanswered_ += !reply;
+              }
+              arrived_.notify_all();
+              if (!reply) {
+                  while (after == After::Stall && c.pause(1000)) {}
+                  return;
+              }
+          } while (c.send(answer) && c.next());
+      })) {}
+
+UnansweringServer::~UnansweringServer() = default;
+
+std::string UnansweringServer::url(const std::string& pathAndQuery) const { return server_->base() + pathAndQuery; }
+
+bool UnansweringServer::waitForUnanswered(std::size_t n, std::chrono::milliseconds timeout) const {
+    std::unique_lock lock(mutex_);
+    return arrived_.wait_for(lock, timeout, [&] { return unanswered_ >= n; });
+}
+
+std::size_t UnansweringServer::connections() const { return server_->connections(); }
 
 }  // namespace quov::test

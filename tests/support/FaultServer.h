@@ -11,29 +11,30 @@
 
 namespace quov::test {
 
-/// A loopback listener whose every connection misbehaves in one scripted way: it
-/// reads the request (head and Content-Length body), then hands the socket to the
-/// behaviour, which writes what it likes for as long as it likes; the connection
-/// closes when it returns. Behaviours must
-/// stop when Conn::send fails or stopping() turns true; the destructor shuts every
-/// socket down, so a behaviour blocked in a write returns at once.
-/// With tls, each connection first does a TLS handshake with a certificate made at
-/// start-up, signed by nobody (a client that verifies refuses it).
+/// A raw loopback listener for what a well-behaved HTTP server never does. Each
+/// connection reads one request (head and Content-Length body), then hands the socket
+/// to the behaviour, which writes what it likes; the connection closes when it returns.
+/// The destructor shuts every socket down, so a behaviour in send() or pause() returns.
+/// With tls, a connection only does a TLS handshake with a self-signed certificate.
 class FaultServer {
 public:
     class Conn {
     public:
+        std::string head, body;  // the request just read; head ends with its blank line
+        /// Reads the next request on this connection; false once the peer or the server is gone.
+        bool next();
         /// Writes all of data; false once the peer or the server is gone.
         bool send(std::string_view data);
-        /// Sleeps up to ms, less when the server stops; false when it stopped.
+        /// Sleeps up to ms; false when the peer hung up or the server stopped.
         bool pause(int ms);
-        bool stopping() const;
+        bool stopping() const { return server->stopping_.load(); }
         void reset();  // the close at the end sends RST instead of FIN
 
     private:
         friend class FaultServer;
         int fd = -1;
         FaultServer* server = nullptr;
+        std::string pending;
     };
     using Behaviour = std::function<void(Conn&)>;
 
@@ -45,22 +46,16 @@ public:
     int port() const { return port_; }
     /// "http://127.0.0.1:<port>" ("https://" with tls).
     std::string base() const;
-    /// Connections accepted so far.
     std::size_t connections() const { return connections_.load(); }
-    /// Bytes the behaviours managed to write, all connections together.
-    std::size_t bytesSent() const { return bytesSent_.load(); }
 
 private:
     void serve(int fd);
-    void serveOn(int fd);
     Behaviour behaviour_;
-    bool tls_;
     void* sslContext_ = nullptr;
     int listenFd_ = -1;
     int port_ = 0;
     std::atomic<bool> stopping_{false};
     std::atomic<std::size_t> connections_{0};
-    std::atomic<std::size_t> bytesSent_{0};
     std::thread acceptor_;
     std::mutex mutex_;
     std::vector<std::thread> threads_;

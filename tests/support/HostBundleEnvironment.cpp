@@ -1,14 +1,12 @@
-// Every test binary run is a host that has set its bundle information before setup,
-// as a real Linux host must; tests that need a different bundle install a fake
-// device platform or change it and restore it.
+// Every test binary is a host that set its bundle information before setup, as a real
+// Linux host must; tests that need another bundle install a fake device platform.
 #include <quov/QuovHost.h>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-class HostBundleEnvironment : public ::testing::Environment {
-public:
+struct HostBundleEnvironment : ::testing::Environment {
     void SetUp() override {
         quov::QuovHost::setBundleInfo({{"CFBundleShortVersionString", "1.0"},
                                        {"CFBundleIdentifier", "com.quov.tests"},
@@ -16,7 +14,6 @@ public:
     }
 };
 
-[[maybe_unused]] ::testing::Environment* const registered =
-    ::testing::AddGlobalTestEnvironment(new HostBundleEnvironment);
+[[maybe_unused]] ::testing::Environment* const registered = ::testing::AddGlobalTestEnvironment(new HostBundleEnvironment);
 
 }  // namespace

@@ -25,11 +25,9 @@ public:
         std::lock_guard lock(mutex_);
         return lines_;
     }
-    /// Lines that start with prefix.
     std::vector<std::string> linesStartingWith(const std::string& prefix) const {
-        std::vector<std::string> out;
-        for (const auto& l : lines())
-            if (l.rfind(prefix, 0) == 0) out.push_back(l);
+        auto out = lines();
+        std::erase_if(out, [&](const std::string& l) { return l.rfind(prefix, 0) != 0; });
         return out;
     }
     void clear() {

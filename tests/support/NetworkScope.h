@@ -15,9 +15,8 @@
 
 namespace quov::test {
 
-/// For tests that drive the SDK's own network path: installs a scriptable device
-/// platform and a bid server base, and puts the shared facade's configuration,
-/// the device platform and the base back as they were when it ends.
+/// Installs a scriptable device platform and a bid server base; at its end puts them
+/// and the shared facade's configuration back as they were.
 class NetworkScope {
 public:
     explicit NetworkScope(std::optional<std::string> bidServerBase = std::nullopt)
@@ -31,12 +30,10 @@ public:
           delegate_(QuovAd::shared().delegate()) {}
     ~NetworkScope() {
         // Let the SDK's own requests end before the device and base go away.
-        QuovAd::shared().flush(std::chrono::seconds(20));
         QuovAd& ad = QuovAd::shared();
+        ad.flush(std::chrono::seconds(20));
         if (ad.AppId() != appId_ || ad.AppKey() != appKey_) ad.setupWithAppId(appId_, appKey_);
-        ad.setIMEI(imei_);
-        ad.setOAID(oaid_);
-        ad.setDelegate(delegate_);
+        ad.setIMEI(imei_), ad.setOAID(oaid_), ad.setDelegate(delegate_);
     }
     NetworkScope(const NetworkScope&) = delete;
     NetworkScope& operator=(const NetworkScope&) = delete;

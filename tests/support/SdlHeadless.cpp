@@ -6,27 +6,15 @@
 
 namespace quov::platform {
 
-PixelBuffer::Pixel PixelBuffer::at(int x, int y) const {
-    if (x < 0 || y < 0 || x >= width || y >= height) return {0, 0, 0, 0};
-    const auto* p = rgba.data() + (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                                   static_cast<std::size_t>(x)) * 4;
-    return {p[0], p[1], p[2], p[3]};
-}
-
 HeadlessDisplay::HeadlessDisplay(int width, int height) {
     if (!SDL_WasInit(SDL_INIT_VIDEO))
         SDL_SetHintWithPriority(SDL_HINT_VIDEODRIVER, "offscreen", SDL_HINT_OVERRIDE);
     if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0)
         throw std::runtime_error(std::string("SDL video: ") + SDL_GetError());
-    const char* driver = SDL_GetCurrentVideoDriver();
-    driver_ = driver ? driver : "";
     // SDL falls back silently when it cannot have what it was asked for.
-    QVLog(isOffscreen() ? "Headless rendering on SDL video driver %@"
-                        : "Headless rendering: SDL video driver is %@, not offscreen",
-          driver_);
-
-    // Otherwise SDL backs the window's surface with a GPU texture (llvmpipe when
-    // there is no GPU): slow to start, leaky, and not the software path at all.
+    const char* driver = SDL_GetCurrentVideoDriver();
+    QVLog("Headless rendering on SDL video driver %@", std::string(driver ? driver : ""));
+    // Otherwise SDL backs the window with a GPU texture: slow, leaky, not the software path.
     SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
     window_ = SDL_CreateWindow("QuovSDK", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width,
                                height, 0);
@@ -60,7 +48,5 @@ PixelBuffer HeadlessDisplay::readPixels() const {
         return {};
     return out;
 }
-
-void HeadlessDisplay::resize(int width, int height) { SDL_SetWindowSize(window_, width, height); }
 
 }  // namespace quov::platform

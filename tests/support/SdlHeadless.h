@@ -3,7 +3,6 @@
 #include <SDL.h>
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 namespace quov::platform {
@@ -16,15 +15,16 @@ struct PixelBuffer {
     struct Pixel {
         int r, g, b, a;
     };
-    Pixel at(int x, int y) const;
+    Pixel at(int x, int y) const {
+        if (x < 0 || y < 0 || x >= width || y >= height) return {0, 0, 0, 0};
+        const auto* p = &rgba[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+                               static_cast<std::size_t>(x)) * 4];
+        return {p[0], p[1], p[2], p[3]};
+    }
 };
 
-/// A window and a software renderer on SDL's offscreen video driver: the SDL
-/// backend's code path with no display, for tests, benchmarks and kiosks.
-///
-/// Asks for the "offscreen" driver explicitly (overriding SDL_VIDEODRIVER). When
-/// SDL video is already running on another driver the request cannot take, so
-/// the driver in use is checked and logged either way. Main thread.
+/// A window and a software renderer on SDL's offscreen video driver (overriding
+/// SDL_VIDEODRIVER unless SDL video already runs): the SDL backend with no display.
 class HeadlessDisplay {
 public:
     /// Throws std::runtime_error when SDL cannot give a window or a software renderer.
@@ -35,20 +35,15 @@ public:
 
     SDL_Window* window() const { return window_; }
     SDL_Renderer* renderer() const { return renderer_; }
-    /// SDL's name of the active video driver.
-    const std::string& videoDriver() const { return driver_; }
-    bool isOffscreen() const { return driver_ == "offscreen"; }
-
     /// Clears to an opaque colour, as a host's frame would.
     void clear(std::uint8_t r, std::uint8_t g, std::uint8_t b);
     PixelBuffer readPixels() const;
-    /// Resizes the window; SDL queues the window events a host would see.
-    void resize(int width, int height);
+    /// SDL queues the window events a host would see.
+    void resize(int width, int height) { SDL_SetWindowSize(window_, width, height); }
 
 private:
     SDL_Window* window_ = nullptr;
     SDL_Renderer* renderer_ = nullptr;
-    std::string driver_;
 };
 
 }  // namespace quov::platform

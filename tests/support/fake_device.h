@@ -35,7 +35,8 @@ struct FakeDevicePlatform final : DevicePlatform {
     std::optional<std::uint32_t> reachability = kReachable;
 
     std::vector<std::string> languages{"en-US"};
-    std::map<std::string, std::string> bundle{{"CFBundleShortVersionString", "1.2.3"},
+    using Bundle = std::map<std::string, std::string>;
+    Bundle bundle{{"CFBundleShortVersionString", "1.2.3"},
                                               {"CFBundleIdentifier", "com.example.fake"},
                                               {"CFBundleName", "Fake"}};
     int appState = kAppActive;
@@ -45,33 +46,44 @@ struct FakeDevicePlatform final : DevicePlatform {
     /// How often each query (by its method name) was asked.
     mutable std::map<std::string, int> calls;
     int callCount(const std::string& query) const;
-
     /// An IPv4 list entry from dotted text.
     static InterfaceAddress ipv4(std::string name, const char* dotted);
 
-    std::string machineIdentifier() const override;
-    std::string systemName() const override;
-    std::string systemVersion() const override;
-    std::string model() const override;
-    std::optional<int> userInterfaceIdiom() const override;
-    bool screenAnswersDisplayLink() const override;
-    double screenScale() const override;
-    bool screensAnswerCurrentMode() const override;
-    Size screenCurrentModeSize() const override;
-    Size screenBounds() const override;
-    std::optional<std::string> identifierForVendor() const override;
-    std::string advertisingIdentifier() const override;
-    bool advertisingTrackingEnabled() const override;
-    std::optional<std::string> primaryInterfaceName() const override;
-    std::optional<HardwareAddress> hardwareAddress(const std::string& interface) const override;
-    std::optional<std::vector<InterfaceAddress>> interfaceAddresses() const override;
-    std::optional<std::string> carrierName() const override;
-    std::optional<std::uint32_t> reachabilityFlags(const std::string& hostName) const override;
-    std::vector<std::string> preferredLanguages() const override;
-    std::map<std::string, std::string> bundleInfo() const override;
-    int applicationState() const override;
-    std::optional<std::int32_t> batteryCapacity() const override;
-    int batteryState() const override;
+#define QUOV_FAKE(type, method, value) \
+    type method() const override {       \
+        ++calls[#method];                \
+        return value;                    \
+    }
+    QUOV_FAKE(std::string, machineIdentifier, machine)
+    QUOV_FAKE(std::string, systemName, osName)
+    QUOV_FAKE(std::string, systemVersion, osVersion)
+    QUOV_FAKE(std::string, model, modelWord)
+    QUOV_FAKE(std::optional<int>, userInterfaceIdiom, idiom)
+    QUOV_FAKE(bool, screenAnswersDisplayLink, displayLink)
+    QUOV_FAKE(double, screenScale, scale)
+    QUOV_FAKE(bool, screensAnswerCurrentMode, currentModeAnswered)
+    QUOV_FAKE(Size, screenCurrentModeSize, currentMode)
+    QUOV_FAKE(Size, screenBounds, bounds)
+    QUOV_FAKE(std::optional<std::string>, identifierForVendor, vendorId)
+    QUOV_FAKE(std::string, advertisingIdentifier, idfa)
+    QUOV_FAKE(bool, advertisingTrackingEnabled, trackingEnabled)
+    QUOV_FAKE(std::optional<std::string>, primaryInterfaceName, primaryInterface)
+    QUOV_FAKE(std::optional<std::vector<InterfaceAddress>>, interfaceAddresses, addresses)
+    QUOV_FAKE(std::optional<std::string>, carrierName, carrier)
+    QUOV_FAKE(std::vector<std::string>, preferredLanguages, languages)
+    QUOV_FAKE(int, applicationState, appState)
+    QUOV_FAKE(std::optional<std::int32_t>, batteryCapacity, capacity)
+    QUOV_FAKE(int, batteryState, battery)
+    QUOV_FAKE(Bundle, bundleInfo, bundle)
+#undef QUOV_FAKE
+    std::optional<HardwareAddress> hardwareAddress(const std::string& interface) const override {
+        ++calls["hardwareAddress"];
+        return primaryInterface && interface == *primaryInterface ? hwAddress : std::nullopt;
+    }
+    std::optional<std::uint32_t> reachabilityFlags(const std::string&) const override {
+        ++calls["reachabilityFlags"];
+        return reachability;
+    }
 };
 
 }  // namespace quov::platform
