@@ -53,10 +53,22 @@ protected:
         return r;
     }
     json lastBody() { return json::parse(server.received().back().body); }
+    /// One load through the facade singleton; true when it failed with 4001.
+    bool loadFails() {
+        delegate->calls.clear();
+        QuovAd::shared().setDelegate(delegate);
+        QuovAd::shared().loadAdWithAdId(std::string("slot"));
+        EXPECT_TRUE(NetworkScope::runUntil([&] { return !delegate->calls.empty(); }));
+        return delegate->calls == Calls{"loadFailed"} && delegate->errors.back() == QVError::errorWithCode(4001);
+    }
+    void TearDown() override { QuovAd::shared().setLoadTimeout(std::chrono::seconds(60)); }
 
     test::TestServer server;
     test::NetworkScope scope{server.base()};
     test::LogCapture log;
+    std::shared_ptr<test::RecordingDelegate> delegate = std::make_shared<test::RecordingDelegate>();
+    QuovAdFlow::ScopedViewPresenter presenter{platform::Context::shared(),
+                                              [this](QuovAd&, QVBidModelPtr) { delegate->calls.push_back("view"); }};
 };
 
 TEST_F(BidRequest, UrlHeadersAndACompactBodyFromTheDeviceAndTheRecord) {
@@ -264,52 +276,25 @@ TEST(BidServerBase, HostValuesAreCheckedAndRefusalsSayWhy) {
     EXPECT_EQ(network::bidServerBase(), builtIn);
 }
 
-// A host's whole load through the facade singleton, against a real server.
-class EndToEnd : public ::testing::Test {
-protected:
-    void SetUp() override {
-        presenter.emplace(platform::Context::shared(), [this](QuovAd&, QVBidModelPtr) { delegate->calls.push_back("view"); });
-        QuovAd::shared().setupWithAppId(std::string("e2e"), std::string("secret"));
-        QuovAd::shared().setDelegate(delegate);
-    }
-    void TearDown() override {
-        presenter.reset();
-        QuovAd::shared().setLoadTimeout(std::chrono::seconds(60));
-    }
-
-    /// One load; true when it failed with 4001.
-    bool loadFails() {
-        delegate->calls.clear();
-        QuovAd::shared().loadAdWithAdId(std::string("slot"));
-        EXPECT_TRUE(NetworkScope::runUntil([&] { return !delegate->calls.empty(); }));
-        return delegate->calls == Calls{"loadFailed"} && delegate->errors.back() == QVError::errorWithCode(4001);
-    }
-
-    TestServer server;
-    NetworkScope scope{server.base()};
-    test::LogCapture log;
-    std::shared_ptr<test::RecordingDelegate> delegate = std::make_shared<test::RecordingDelegate>();
-    std::optional<QuovAdFlow::ScopedViewPresenter> presenter;
-};
-
 // Earlier loads leave kept-alive connections; the bid server then reads the
 // POST and closes without a word. The load must send it once and fail.
-TEST_F(EndToEnd, ALoadIsOnePostEvenWhenTheConnectionDies) {
+TEST_F(BidRequest, ALoadIsOnePostEvenWhenTheConnectionDies) {
     constexpr std::size_t kWarm = 5;
     UnansweringServer closing(UnansweringServer::After::Close, kWarm);
     platform::Context::ScopedServiceBase base(platform::Context::shared(), closing.url(""));
+    QuovAd::shared().setDelegate(delegate);
     for (std::size_t i = 0; i < kWarm; ++i) QuovAd::shared().loadAdWithAdId(std::nullopt);
     ASSERT_TRUE(NetworkScope::runUntil([&] { return delegate->calls.size() == kWarm; }));
     EXPECT_TRUE(loadFails());
     EXPECT_EQ(closing.unanswered(), 1u);
 }
 
-TEST_F(EndToEnd, TheBidRequestNeverFollowsARedirectToAnotherOrigin) {
+TEST_F(BidRequest, TheBidRequestNeverFollowsARedirectToAnotherOrigin) {
     TestServer elsewhere;
     elsewhere.on("/network", Answer::json(R"({"seatbid":[{"bid":[{"id":"x"}]}]})"));
     for (int status : {301, 302, 303, 307, 308}) {
         SCOPED_TRACE(status);
-        server.redirect("/network", elsewhere.url("/network?appid=e2e"), status);
+        server.redirect("/network", elsewhere.url("/network?appid=app1"), status);
         EXPECT_TRUE(loadFails());
     }
     EXPECT_EQ(elsewhere.count(), 0u) << "the app key left for another origin";
@@ -320,7 +305,7 @@ TEST_F(EndToEnd, TheBidRequestNeverFollowsARedirectToAnotherOrigin) {
     EXPECT_EQ(delegate->calls, (Calls{"loaded", "view"})) << "same origin is followed";
 }
 
-TEST_F(EndToEnd, ALoadThatOutlastsItsTimeOutFailsLikeATransportFailure) {
+TEST_F(BidRequest, ALoadThatOutlastsItsTimeOutFailsLikeATransportFailure) {
     UnansweringServer stalled(UnansweringServer::After::Stall);
     platform::Context::ScopedServiceBase base(platform::Context::shared(), stalled.url(""));
     QuovAd::shared().setLoadTimeout(std::chrono::milliseconds(200));
