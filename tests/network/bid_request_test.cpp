@@ -92,10 +92,10 @@ TEST_F(BidRequest, UrlHeadersAndACompactBodyFromTheDeviceAndTheRecord) {
     const std::pair<const char*, const char*> fromRecord[] = {{"device_size", "DeviceMetrics"}, {"language", "Langauge"},
                                                              {"open_udid", "DeviceMac"}, {"model", "DeviceModelDetail"},
                                                              {"osv", "DeviceOsVersion"}};
-    for (const auto& [member, key] : fromRecord) EXPECT_EQ(d[member], *record.text(key)) << member;
+    for (const auto& [member, key] : fromRecord) EXPECT_EQ(d.value(member, ""), *record.text(key)) << member;
     const json fixed = {{"os", "linux"}, {"make", "apple"}, {"idfa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"},
                         {"ppi", 440},    {"pxratio", 2.0},  {"lmt", 0}};
-    for (const auto& [member, value] : fixed.items()) EXPECT_EQ(d[member], value) << member;
+    for (const auto& [member, value] : fixed.items()) EXPECT_EQ(d.value(member, json()), value) << member;
     EXPECT_TRUE(d["h"].is_number_integer() && d["w"].is_number_integer());
 }
 
