@@ -44,7 +44,7 @@ protected:
     void SetUp() override { ad.setDelegate(delegate); }
 };
 
-TEST_F(LoadCompletion, DecidesInTheSpecifiedOrder) {
+TEST_F(LoadCompletion, ErrorThenNoBidThenHostRenderingThenTheView) {
     const Error networkError = QVError::errorWithCode(4001);
     const struct {
         const char* name;
