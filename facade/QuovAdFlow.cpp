@@ -135,14 +135,7 @@ void QuovAdFlow::showInKeyWindow(QuovAd& ad, QVBidModelPtr bid, std::optional<pl
         };
     }
     auto view = QVAdView::initWithFrame(Rect{{0, 0}, screen}, std::move(environment));
-    window->addSubview(view);
-
-    view->setTranslatesAutoresizingMaskIntoConstraints(false);
-    // No vertical constraint: the view stays at the frame's origin 0.
-    view->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor())->setActive(true);
-    view->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor())->setActive(true);
-    view->widthAnchor().constraintEqualToAnchor(window->widthAnchor())->setActive(true);
-    view->heightAnchor().constraintEqualToAnchor(window->heightAnchor())->setActive(true);
+    QVAdViewPinToWindow(view, *window);
 
     auto call = [lookup = weakFacade(ad)](void (QuovAdDelegate::*event)()) {
         return [lookup, event](const QVBidModelPtr&) {

@@ -45,6 +45,17 @@ Size QVAdViewFitImageBox(Size screen, Size box) {
     return {box.width * scale, box.height * scale};
 }
 
+void QVAdViewPinToWindow(const std::shared_ptr<QVAdView>& view, platform::View& window) {
+    window.addSubview(view);
+    view->setTranslatesAutoresizingMaskIntoConstraints(false);
+    platform::LayoutConstraint::activateConstraints({
+        view->leadingAnchor().constraintEqualToAnchor(window.leadingAnchor()),
+        view->trailingAnchor().constraintEqualToAnchor(window.trailingAnchor()),
+        view->widthAnchor().constraintEqualToAnchor(window.widthAnchor()),
+        view->heightAnchor().constraintEqualToAnchor(window.heightAnchor()),
+    });
+}
+
 std::shared_ptr<QVAdView> QVAdView::initWithFrame(Rect frame, QVAdViewEnvironment environment) {
     auto view = std::make_shared<QVAdView>(frame, std::move(environment));
     view->construct();

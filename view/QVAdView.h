@@ -41,6 +41,12 @@ Size QVAdViewImageBoxSize(Size screen, const QVBidImageModel* firstImage);
 /// narrower than tall, else beside it) lie inside the screen. Never scaled up.
 Size QVAdViewFitImageBox(Size screen, Size box);
 
+class QVAdView;
+
+/// Adds the view to the window and pins it the way an ad is shown: leading, trailing,
+/// width and height. Nothing vertical: it stays at its frame's top.
+void QVAdViewPinToWindow(const std::shared_ptr<QVAdView>& view, platform::View& window);
+
 /// The full-screen interstitial: a dimming mask, the ad image centred at 85 % of one
 /// screen side, a transparent click area over the image and a 40-point close button
 /// beside it. Main thread. Owned by the window it is added to (and by a pending

@@ -3,15 +3,20 @@
 
 #include "facade/QuovAdFlow.h"
 #include "platform/Context.h"
-#include "network/BidServerBase.h"
+#include "platform/toolkit/Window.h"
 #include "support/LogCapture.h"
 #include "support/NetworkScope.h"
 #include "support/RecordingDelegate.h"
+#include "support/TestImages.h"
 #include "support/TestServer.h"
+#include "tools/bid_server/BidServer.h"
+#include "view/QVAdView.h"
+
+#include <nlohmann/json.hpp>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 #include <thread>
 
 namespace quov {
@@ -19,51 +24,40 @@ namespace {
 
 using test::LogCapture;
 using test::RecordingDelegate;
+using Calls = std::vector<std::string>;
 
-QVBidModelPtr bidWithRendering(std::int64_t rendering, const char* id = "b") {
+QVBidModelPtr bidWithRendering(std::int64_t rendering) {
     auto bid = std::make_shared<QVBidModel>();
-    bid->setIdentifier(std::string(id));
     bid->setIsRendering(rendering);
     return bid;
 }
 
 class LoadCompletion : public ::testing::Test {
 protected:
-    void SetUp() override {
-        delegate = std::make_shared<RecordingDelegate>();
-        ad.setDelegate(delegate);
-        presenter.emplace(platform::Context::shared(), [this](QuovAd&, QVBidModelPtr bid) {
-            delegate->calls.push_back("view");
-            presented.push_back(std::move(bid));
-        });
-    }
-    void TearDown() override { presenter.reset(); }
-
-    std::optional<QuovAdFlow::ScopedViewPresenter> presenter;
-
     QuovAd ad;
-    std::shared_ptr<RecordingDelegate> delegate;
+    std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
     std::vector<QVBidModelPtr> presented;
+    QuovAdFlow::ScopedViewPresenter presenter{platform::Context::shared(), [this](QuovAd&, QVBidModelPtr bid) {
+                                                  delegate->calls.push_back("view");
+                                                  presented.push_back(std::move(bid));
+                                              }};
+    void SetUp() override { ad.setDelegate(delegate); }
 };
 
-TEST_F(LoadCompletion, DecidesInTheSpecifiedOrder) {
+TEST_F(LoadCompletion, ErrorThenNoBidThenHostRenderingThenTheView) {
     const Error networkError = QVError::errorWithCode(4001);
-    struct Case {
+    const struct {
         const char* name;
         std::vector<QVBidModelPtr> bids;
         std::optional<Error> error;
-        std::vector<std::string> calls;
-    };
-    const std::vector<Case> cases = {
+        Calls calls;
+    } cases[] = {
         {"error wins over bids", {bidWithRendering(1)}, networkError, {"loadFailed"}},
-        {"error alone", {}, networkError, {"loadFailed"}},
         {"no bids", {}, std::nullopt, {"loadFailed"}},
         {"host renders", {bidWithRendering(1)}, std::nullopt, {"fetchedBid"}},
         {"rendering 0 takes the view path", {bidWithRendering(0)}, std::nullopt, {"loaded", "view"}},
         {"rendering 2 takes the view path", {bidWithRendering(2)}, std::nullopt, {"loaded", "view"}},
-        {"rendering -1 takes the view path", {bidWithRendering(-1)}, std::nullopt, {"loaded", "view"}},
-        {"only the first bid decides", {bidWithRendering(0), bidWithRendering(1)}, std::nullopt,
-         {"loaded", "view"}},
+        {"only the first bid decides", {bidWithRendering(0), bidWithRendering(1)}, std::nullopt, {"loaded", "view"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -72,38 +66,24 @@ TEST_F(LoadCompletion, DecidesInTheSpecifiedOrder) {
         EXPECT_EQ(delegate->calls, c.calls);
     }
     // The error goes on unchanged; no bid is "QAPP"/204 with no description; only the first bid is used.
-    EXPECT_EQ(delegate->errors, (std::vector<Error>{networkError, networkError, Error{"QAPP", 204, std::nullopt}}));
-    ASSERT_EQ(delegate->fetched.size(), 1u);
-    EXPECT_EQ(delegate->fetched[0], cases[3].bids[0]);
-    ASSERT_EQ(presented.size(), 4u);
-    EXPECT_EQ(presented[3], cases[7].bids[0]);
+    EXPECT_EQ(delegate->errors, (std::vector<Error>{networkError, Error{"QAPP", 204, std::nullopt}}));
+    EXPECT_EQ(delegate->fetched, std::vector<QVBidModelPtr>{cases[2].bids[0]});
+    ASSERT_EQ(presented.size(), 3u);
+    EXPECT_EQ(presented[2], cases[5].bids[0]);
 }
 
-TEST_F(LoadCompletion, GoneDelegateIsSkippedAndTheViewStillShown) {
-    auto completion = QuovAdFlow::makeLoadCompletion(ad);
-    delegate->calls.clear();
-    auto keep = delegate;
-    QuovAdFlow::ScopedViewPresenter inner(platform::Context::shared(), [&](QuovAd&, QVBidModelPtr bid) {
-        keep->calls.push_back("view");
-        presented.push_back(std::move(bid));
-    });
-    delegate.reset();
-    ad.setDelegate(std::weak_ptr<QuovAdDelegate>());
-    completion({}, QVError::errorWithCode(4001));
-    completion({}, std::nullopt);
-    completion({bidWithRendering(1)}, std::nullopt);
-    completion({bidWithRendering(0)}, std::nullopt);
-    EXPECT_EQ(keep->calls, (std::vector<std::string>{"view"}));
-    EXPECT_EQ(presented.size(), 1u);
-}
-
-TEST_F(LoadCompletion, DelegateIsLookedUpAtCallTimeNotWhenTheLoadStarted) {
+TEST_F(LoadCompletion, TheDelegateIsLookedUpAtCallTimeAndAGoneOneIsSkipped) {
     auto completion = QuovAdFlow::makeLoadCompletion(ad);
     auto later = std::make_shared<RecordingDelegate>();
     ad.setDelegate(later);
     completion({}, std::nullopt);
     EXPECT_TRUE(delegate->calls.empty());
-    EXPECT_EQ(later->calls, (std::vector<std::string>{"loadFailed"}));
+    EXPECT_EQ(later->calls, Calls{"loadFailed"});
+    later.reset();
+    completion({}, QVError::errorWithCode(4001));
+    completion({bidWithRendering(1)}, std::nullopt);
+    completion({bidWithRendering(0)}, std::nullopt);
+    EXPECT_EQ(presented.size(), 1u) << "the view is still shown";
 }
 
 TEST(Facade, ACompletionThatOutlivesItsFacadeDoesNothing) {
@@ -119,18 +99,15 @@ TEST(Facade, ACompletionThatOutlivesItsFacadeDoesNothing) {
 }
 
 TEST(Facade, LoadBeforeSetupLogsAndCallsNothing) {
-    struct Case {
-        std::optional<std::string> id, key;
-    };
-    for (const Case& c : {Case{std::nullopt, std::nullopt}, Case{std::string("a"), std::nullopt},
-                          Case{std::nullopt, std::string("k")}}) {
+    using Opt = std::optional<std::string>;
+    for (const auto& [id, key] : {std::pair<Opt, Opt>{}, {"a", std::nullopt}, {std::nullopt, "k"}}) {
         QuovAd ad;
         auto delegate = std::make_shared<RecordingDelegate>();
         ad.setDelegate(delegate);
-        if (c.id || c.key) ad.setupWithAppId(c.id, c.key);
+        if (id || key) ad.setupWithAppId(id, key);
         LogCapture log;
         ad.loadAdWithAdId(std::string("slot"));
-        EXPECT_EQ(log.lines(), (std::vector<std::string>{"Please call `setup` initialize first"}));
+        EXPECT_EQ(log.lines(), Calls{"Please call `setup` initialize first"});
         EXPECT_TRUE(delegate->calls.empty());
         EXPECT_EQ(MainLoop::shared().pending(), 0u) << "nothing may be started";
     }
@@ -138,7 +115,6 @@ TEST(Facade, LoadBeforeSetupLogsAndCallsNothing) {
 
 TEST(Facade, ACallOffTheMainThreadIsReportedOnce) {
     QuovAd ad;
-    ad.setIMEI(std::string("main"));
     MainLoop::shared().drain();  // this thread drains the loop: it is the main thread
     LogCapture log;
     ad.setOAID(std::string("still main"));
@@ -153,9 +129,10 @@ TEST(Facade, ACallOffTheMainThreadIsReportedOnce) {
 
 TEST(Facade, AMissingBundleValueNamesTheKeyAndTheCallThatSetsIt) {
     test::NetworkScope scope;
+    const auto full = scope.device->bundle;
     for (const char* key : {"CFBundleShortVersionString", "CFBundleIdentifier", "CFBundleName"}) {
         SCOPED_TRACE(key);
-        const auto full = scope.device->bundle;
+        scope.device->bundle = full;
         scope.device->bundle.erase(key);
         QuovAd ad;
         try {
@@ -165,25 +142,120 @@ TEST(Facade, AMissingBundleValueNamesTheKeyAndTheCallThatSetsIt) {
             EXPECT_NE(std::string(e.what()).find(key), std::string::npos) << e.what();
             EXPECT_NE(std::string(e.what()).find("QuovHost::setBundleInfo"), std::string::npos) << e.what();
         }
-        scope.device->bundle = full;
     }
+    scope.device->bundle = full;
 }
 
 TEST(Errors, FactoryTable) {
-    struct Case {
-        std::int64_t code;
-        const char* description;
-    };
-    for (const Case& c : {Case{3002, "网络错误"}, Case{4001, "协商失败"}, Case{4002, "匹配错误"},
-                          Case{0, "其他错误"}, Case{-1, "其他错误"}, Case{204, "其他错误"},
-                          Case{INT64_MAX, "其他错误"}}) {
-        SCOPED_TRACE(c.code);
-        Error e = QVError::errorWithCode(c.code);
-        EXPECT_EQ(e.domain, " QuovADSDK Error");
-        EXPECT_EQ(e.domain.size(), 16u);
-        EXPECT_EQ(e.code, c.code);
-        EXPECT_EQ(e.description, std::optional<std::string>(c.description));
+    const std::pair<std::int64_t, const char*> cases[] = {{3002, "网络错误"}, {4001, "协商失败"}, {4002, "匹配错误"},
+                                                          {0, "其他错误"},    {-1, "其他错误"},    {INT64_MAX, "其他错误"}};
+    for (const auto& [code, description] : cases)
+        EXPECT_EQ(QVError::errorWithCode(code), (Error{" QuovADSDK Error", code, std::string(description)}));
+}
+
+// Preload, then show: the facade holds a bid back until its image is in, and the
+// host decides when the view appears.
+/// The shared application with a fresh key window, put back as it was afterwards.
+class Preload : public ::testing::Test {
+protected:
+    void SetUp() override {
+        app.setKeyWindow(window);
+        ad.setDelegate(delegate);
+        ad.setPreloadBeforeShow(true);
     }
+    void TearDown() override {
+        ad.flush(std::chrono::seconds(20));
+        app.setKeyWindow(previousWindow);
+    }
+    static QVBidModelPtr bidWithImage(std::optional<std::string> url) {
+        auto bid = std::make_shared<QVBidModel>();
+        if (!url) return bid;
+        QVBidImageModel image;
+        image.setUrl(std::move(url));
+        image.setWidth(4);
+        image.setHeight(2);
+        bid->setImages({image});
+        return bid;
+    }
+    bool runUntilLoaded(long count) {
+        return MainLoop::shared().runUntil(
+            [&] { return std::count(delegate->calls.begin(), delegate->calls.end(), "loaded") >= count; },
+            std::chrono::seconds(20));
+    }
+    /// The view showAd put up, with its bid and the image it shows.
+    std::shared_ptr<QVAdView> show() {
+        const std::size_t before = window->subviews().size();
+        if (!ad.showAd() || window->subviews().size() != before + 1) return nullptr;
+        return std::dynamic_pointer_cast<QVAdView>(window->subviews().back());
+    }
+
+    platform::Application& app = platform::Context::shared().application();
+    std::shared_ptr<platform::Window> previousWindow = app.keyWindow(), window = platform::Window::make();
+    QuovAd ad;
+    std::shared_ptr<test::RecordingDelegate> delegate = std::make_shared<test::RecordingDelegate>();
+};
+
+TEST_F(Preload, LoadsFromTheBidServerThenShowsOnRequestOnce) {
+    tools::BidServer server(tools::BidServerOptions{});
+    server.start();
+    test::NetworkScope scope(server.baseUrl());
+    QuovAd& shared = QuovAd::shared();
+    shared.setupWithAppId(std::string("app"), std::string("key"));
+    shared.setDelegate(delegate);
+    shared.setPreloadBeforeShow(true);
+    EXPECT_FALSE(shared.showAd()) << "nothing ready yet";
+
+    shared.loadAdWithAdId(std::string("slot"));
+    ASSERT_TRUE(runUntilLoaded(1));
+    shared.setPreloadBeforeShow(false);
+    EXPECT_EQ(delegate->calls, Calls{"loaded"});
+    EXPECT_TRUE(shared.isAdReady());
+    EXPECT_TRUE(window->subviews().empty()) << "no view before showAd";
+    EXPECT_EQ(server.stats()["counts"].value("/track/view", 0), 0) << "no impression before showAd";
+
+    ASSERT_TRUE(shared.showAd());
+    EXPECT_FALSE(shared.isAdReady());
+    EXPECT_EQ(delegate->calls, (Calls{"loaded", "displayed"}));
+    ASSERT_EQ(window->subviews().size(), 1u);
+    auto view = std::dynamic_pointer_cast<QVAdView>(window->subviews()[0]);
+    ASSERT_NE(view, nullptr);
+    EXPECT_NE(view->imageView()->image(), nullptr) << "the preloaded image, without another download";
+    ASSERT_TRUE(shared.flush(std::chrono::seconds(20)));
+    EXPECT_EQ(server.stats()["counts"]["/track/view"], 1);
+    EXPECT_FALSE(shared.showAd()) << "shown once";
+}
+
+TEST_F(Preload, AFailedImageStillMakesTheAdReady) {
+    const std::string dead = "http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()) + "/i.png";
+    for (const auto& url : {std::optional<std::string>(dead), std::optional<std::string>()}) {
+        SCOPED_TRACE(url.value_or("(no url)"));
+        delegate->calls.clear();
+        QuovAdFlow::makeLoadCompletion(ad)({bidWithImage(url)}, std::nullopt);
+        EXPECT_FALSE(ad.isAdReady()) << "not before the image has been tried";
+        ASSERT_TRUE(runUntilLoaded(1));
+        auto view = show();
+        ASSERT_NE(view, nullptr);
+        EXPECT_EQ(view->imageView()->image(), nullptr);
+        EXPECT_EQ(delegate->calls, (Calls{"loaded", "displayed"}));
+    }
+}
+
+TEST_F(Preload, ANewerLoadReplacesAnUnshownAd) {
+    test::TestServer images;
+    images.on("/red.png", {200, "image/png", test::encodePNG(4, 2, [](int, int) { return 0xff0000ffu; })});
+    images.on("/blue.png", {200, "image/png", test::encodePNG(4, 2, [](int, int) { return 0x0000ffffu; })});
+    QuovAdFlow::makeLoadCompletion(ad)({bidWithImage(images.url("/red.png"))}, std::nullopt);
+    ASSERT_TRUE(runUntilLoaded(1));
+    auto newest = bidWithImage(images.url("/blue.png"));
+    QuovAdFlow::makeLoadCompletion(ad)({newest}, std::nullopt);
+    EXPECT_FALSE(ad.isAdReady()) << "the ready ad is gone once a newer one is on its way";
+    ASSERT_TRUE(runUntilLoaded(2));
+    auto view = show();
+    ASSERT_NE(view, nullptr);
+    EXPECT_EQ(view->bid(), newest);
+    ASSERT_NE(view->imageView()->image(), nullptr);
+    EXPECT_EQ(view->imageView()->image()->rgba[2], 0xff) << "blue: the newest creative";
+    EXPECT_FALSE(ad.showAd());
 }
 
 }  // namespace

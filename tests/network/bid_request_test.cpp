@@ -1,44 +1,39 @@
 #include <quov/QVRequestHelper.h>
 #include <quov/QuovAd.h>
+#include <quov/QuovHost.h>
 
+#include "facade/QuovAdFlow.h"
 #include "network/BidRequest.h"
+#include "network/BidResponse.h"
+#include "network/BidServerBase.h"
 #include "platform/Context.h"
 #include "support/LogCapture.h"
 #include "support/NetworkScope.h"
+#include "support/RecordingDelegate.h"
 #include "support/TestServer.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <set>
+#include <stdexcept>
 
 namespace quov {
 namespace {
 
 using json = nlohmann::json;
 using test::Answer;
-using test::LogCapture;
 using test::NetworkScope;
 using test::TestServer;
-
-const std::string kAlphabet = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+using test::UnansweringServer;
+using Calls = std::vector<std::string>;
+using Opt = std::optional<std::string>;
 
 struct LoadResult {
     int calls = 0;
-    std::vector<QVBidModelPtr> bids;
+    std::vector<std::string> ids;
     std::optional<Error> error;
 };
-
-LoadResult load(const std::optional<std::string>& slot = std::string("slot")) {
-    LoadResult r;
-    QVRequestHelper::loadAdWithAdId(slot, [&](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
-        ++r.calls;
-        r.bids = std::move(bids);
-        r.error = std::move(error);
-    });
-    EXPECT_TRUE(NetworkScope::runUntil([&] { return r.calls > 0; }));
-    return r;
-}
 
 class BidRequest : public ::testing::Test {
 protected:
@@ -46,18 +41,41 @@ protected:
         QuovAd::shared().setupWithAppId(std::string("app1"), std::string("key1"));
         server.on("/network", Answer::json("{}"));
     }
-    json lastBody() {
-        const auto got = server.receivedOn("/network");
-        return got.empty() ? json() : json::parse(got.back().body);
+    LoadResult load(const Opt& slot = std::string("slot")) {
+        LoadResult r;
+        log.clear();
+        QVRequestHelper::loadAdWithAdId(slot, [&](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
+            ++r.calls;
+            for (const auto& b : bids) r.ids.push_back(b->identifier().value_or("?"));
+            r.error = std::move(error);
+        });
+        EXPECT_TRUE(test::NetworkScope::runUntil([&] { return r.calls > 0; }));
+        return r;
     }
+    json lastBody() { return json::parse(server.received().back().body); }
+    /// One load through the facade singleton; true when it failed with 4001.
+    bool loadFails() {
+        delegate->calls.clear();
+        QuovAd::shared().setDelegate(delegate);
+        QuovAd::shared().loadAdWithAdId(std::string("slot"));
+        EXPECT_TRUE(NetworkScope::runUntil([&] { return !delegate->calls.empty(); }));
+        return delegate->calls == Calls{"loadFailed"} && delegate->errors.back() == QVError::errorWithCode(4001);
+    }
+    void TearDown() override { QuovAd::shared().setLoadTimeout(std::chrono::seconds(60)); }
 
-    TestServer server;
-    NetworkScope scope{server.base()};
-    LogCapture log;
+    test::TestServer server;
+    test::NetworkScope scope{server.base()};
+    test::LogCapture log;
+    std::shared_ptr<test::RecordingDelegate> delegate = std::make_shared<test::RecordingDelegate>();
+    QuovAdFlow::ScopedViewPresenter presenter{platform::Context::shared(),
+                                              [this](QuovAd&, QVBidModelPtr) { delegate->calls.push_back("view"); }};
 };
 
-TEST_F(BidRequest, UrlHeadersAndCompactBodyOnTheWire) {
+TEST_F(BidRequest, UrlHeadersAndACompactBodyFromTheDeviceAndTheRecord) {
     QuovAd::shared().setupWithAppId(std::string("a&b=c"), std::string("k&1"));
+    scope.device->trackingEnabled = true;
+    scope.device->idfa = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
+    scope.device->scale = 2.0;
     load();
     const auto got = server.received();
     ASSERT_EQ(got.size(), 1u);
@@ -68,132 +86,81 @@ TEST_F(BidRequest, UrlHeadersAndCompactBodyOnTheWire) {
     const json body = json::parse(got[0].body);
     EXPECT_EQ(got[0].body, body.dump()) << "compact JSON";
     EXPECT_EQ(body.size(), 4u);
-    for (const char* key : {"id", "app", "device", "imp"}) EXPECT_TRUE(body.contains(key)) << key;
-}
-
-TEST_F(BidRequest, AppAndDeviceMembersFromTheDeviceAndTheRecord) {
-    scope.device->trackingEnabled = true;
-    scope.device->idfa = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
-    scope.device->scale = 2.0;
-    load();
-    const json body = lastBody();
-    const DeviceInfoRecord record = QVDeviceInfo::deviceInfo();
     EXPECT_EQ(body["app"], (json{{"bundle", "com.example.fake"}, {"sdk_ver", 1}, {"ver", "1.2.3"}}));
     const json& d = body["device"];
-    const std::pair<const char*, const char*> fromRecord[] = {{"device_size", "DeviceMetrics"},
-                                                             {"language", "Langauge"},
-                                                             {"open_udid", "DeviceMac"},
-                                                             {"model", "DeviceModelDetail"},
+    const DeviceInfoRecord record = QVDeviceInfo::deviceInfo();
+    const std::pair<const char*, const char*> fromRecord[] = {{"device_size", "DeviceMetrics"}, {"language", "Langauge"},
+                                                             {"open_udid", "DeviceMac"}, {"model", "DeviceModelDetail"},
                                                              {"osv", "DeviceOsVersion"}};
-    for (const auto& [member, key] : fromRecord) EXPECT_EQ(d[member], *record.text(key)) << member;
-    EXPECT_EQ(d["os"], "linux");
-    EXPECT_EQ(d["make"], "apple");
-    EXPECT_EQ(d["idfa"], "6D92078A-8246-4BA4-AE5B-76104861E7DC");
-    EXPECT_EQ(d["ppi"], 440);
-    EXPECT_EQ(d["pxratio"], 2.0);
-    EXPECT_EQ(d["lmt"], 0);
+    for (const auto& [member, key] : fromRecord) EXPECT_EQ(d.value(member, ""), *record.text(key)) << member;
+    const json fixed = {{"os", "linux"}, {"make", "apple"}, {"idfa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"},
+                        {"ppi", 440},    {"pxratio", 2.0},  {"lmt", 0}};
+    for (const auto& [member, value] : fixed.items()) EXPECT_EQ(d.value(member, json()), value) << member;
     EXPECT_TRUE(d["h"].is_number_integer() && d["w"].is_number_integer());
 }
 
 TEST_F(BidRequest, IdentifiersAreSentOnlyWhenNotEmpty) {
-    struct Case {
-        std::optional<std::string> imei, oaid;
-        std::size_t members;
-    };
-    const Case cases[] = {
-        {std::string(""), std::string(""), 16},
-        {std::string("861234"), std::string("oa-1"), 18},
-        {std::string("861234"), std::string(""), 17},
-        {std::nullopt, std::nullopt, 16},  // absent reads as empty
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.members);
-        QuovAd::shared().setIMEI(c.imei);
-        QuovAd::shared().setOAID(c.oaid);
+    const std::tuple<Opt, Opt, std::size_t> cases[] = {
+        {"", "", 16}, {"861234", "oa-1", 18}, {"861234", "", 17}, {std::nullopt, std::nullopt, 16}};
+    for (const auto& [imei, oaid, members] : cases) {
+        SCOPED_TRACE(members);
+        QuovAd::shared().setIMEI(imei);
+        QuovAd::shared().setOAID(oaid);
         load();
         const json d = lastBody()["device"];
-        EXPECT_EQ(d.size(), c.members) << d.dump();
-        EXPECT_EQ(d.value("imei", ""), c.imei.value_or(""));
-        EXPECT_EQ(d.value("oaid", ""), c.oaid.value_or(""));
+        EXPECT_EQ(d.size(), members) << d.dump();
+        EXPECT_EQ(d.value("imei", ""), imei.value_or(""));
+        EXPECT_EQ(d.value("oaid", ""), oaid.value_or(""));
     }
 }
 
 TEST_F(BidRequest, FreshIndependentIdsAndTheSlotIsNeverSent) {
+    const std::string alphabet = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
     load(std::string("slot-A"));
-    load(std::string("slot-B"));
     load(std::nullopt);
     std::set<std::string> ids;
     for (const auto& r : server.received()) {
         const json body = json::parse(r.body);
         EXPECT_EQ(r.body.find("slot-"), std::string::npos);
-        ASSERT_EQ(body["imp"].size(), 1u);
-        const json& imp = body["imp"][0];
-        EXPECT_EQ(imp.size(), 2u);
-        EXPECT_EQ(imp["tagid"], "0");
-        for (const std::string& id : {body["id"].get<std::string>(), imp["id"].get<std::string>()}) {
+        EXPECT_EQ(body["imp"], (json::array({{{"id", body["imp"][0]["id"]}, {"tagid", "0"}}})));
+        for (const std::string id : {body["id"], body["imp"][0]["id"]}) {
             EXPECT_EQ(id.size(), 18u);
-            EXPECT_EQ(id.find_first_not_of(kAlphabet), std::string::npos) << id;
+            EXPECT_EQ(id.find_first_not_of(alphabet), std::string::npos) << id;
             ids.insert(id);
         }
     }
-    EXPECT_EQ(ids.size(), 6u) << "every id differs";
+    EXPECT_EQ(ids.size(), 4u) << "every id differs";
 }
 
-// The device rules, on a record made by hand.
-network::BidRequestInputs inputs() {
-    network::BidRequestInputs in;
-    for (const auto& [k, v] : std::vector<std::pair<std::string, std::string>>{
-             {"BundleID", "b"}, {"AppVersion", "v"}, {"DeviceMetrics", "960*640"}, {"Langauge", "en"},
-             {"DeviceMac", "m"}, {"DeviceModelDetail", "iPhone 4"}, {"DeviceOs", "iOS"},
-             {"DeviceOsVersion", "7.1"}, {"DeviceModel", "iPhone"}})
-        in.record.insert(k, std::optional<std::string>(v));
-    in.idfa = "i";
-    in.reachabilityFlags = platform::kReachable;
-    in.requestId = "r";
-    in.impressionId = "p";
-    return in;
-}
-
-TEST(BidRequestRules, MetricsGiveHeightFromTheFirstPiece) {
-    struct Case {
-        const char* metrics;
-        std::int64_t h, w;
-    };
-    const Case cases[] = {{"960*640", 960, 640},   {"2048*1536", 2048, 1536}, {"480*320", 480, 320},
-                          {" 12px*-3x", 12, -3},   {"abc*7", 0, 7},           {"5*6*7", 5, 6},
-                          {"640", 640, 0},         {"*", 0, 0}};
-    for (const Case& c : cases) {
-        auto in = inputs();
-        in.record.insert("DeviceMetrics", std::optional<std::string>(c.metrics));
-        const json d = network::buildBidRequest(in)["device"];
-        EXPECT_EQ(d["device_size"], c.metrics);
-        EXPECT_EQ(d["h"], c.h) << c.metrics;
-        EXPECT_EQ(d["w"], c.w) << c.metrics;
-    }
-}
-
-TEST(BidRequestRules, DeviceTypeConnectionCarrierAndTracking) {
+TEST(BidRequestRules, DeviceSizeTypeConnectionCarrierAndTracking) {
     using namespace platform;
-    struct Case {
-        const char* model;
+    const struct {
+        const char *metrics, *model;
+        std::int64_t h, w;
         std::optional<std::uint32_t> flags;
-        std::optional<std::string> carrier;
+        Opt carrier;
         const char *devicetype, *connectiontype, *code;
+    } cases[] = {
+        {"960*640", "iPhone", 960, 640, kReachable | 1u, "中国移动", "phone", "wifi", "70120"},
+        {" 12px*-3x", "iPad", 12, -3, kReachable | kConnectionRequired, "中国联通", "ipad", "4g", "70123"},
+        {"abc*7", "iphone", 0, 7, kReachable | kIsCellular, "中国电信", "ipad", "4g", "70121"},
+        {"5*6*7", "Desktop", 5, 6, 0u, "China Mobile", "ipad", "4g", ""},
+        {"640", "iPod touch", 640, 0, std::nullopt, std::nullopt, "ipad", "4g", ""},
     };
-    const Case cases[] = {
-        {"iPhone", kReachable | 1u, "中国移动", "phone", "wifi", "70120"},
-        {"iPad", kReachable | kConnectionRequired, "中国联通", "ipad", "4g", "70123"},
-        {"iphone", kReachable | kIsCellular, "中国电信", "ipad", "4g", "70121"},
-        {"Desktop", 0u, "China Mobile", "ipad", "4g", ""},
-        {"iPod touch", std::nullopt, std::nullopt, "ipad", "4g", ""},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.model);
-        auto in = inputs();
-        in.record.insert("DeviceModel", std::optional<std::string>(c.model));
+        network::BidRequestInputs in;
+        for (const char* key : {"BundleID", "AppVersion", "Langauge", "DeviceMac", "DeviceModelDetail", "DeviceOs",
+                                "DeviceOsVersion"})
+            in.record.insert(key, Opt("x"));
+        in.record.insert("DeviceMetrics", Opt(c.metrics));
+        in.record.insert("DeviceModel", Opt(c.model));
         in.reachabilityFlags = c.flags;
         in.carrierName = c.carrier;
         const json d = network::buildBidRequest(in)["device"];
+        EXPECT_EQ(d["device_size"], c.metrics);
+        EXPECT_EQ(d["h"], c.h);
+        EXPECT_EQ(d["w"], c.w);
         EXPECT_EQ(d["devicetype"], c.devicetype);
         EXPECT_EQ(d["connectiontype"], c.connectiontype);
         EXPECT_EQ(d["carrier"], c.code);
@@ -201,77 +168,149 @@ TEST(BidRequestRules, DeviceTypeConnectionCarrierAndTracking) {
     }
 }
 
-// ---- the answer ----
-
-class BidResponse : public BidRequest {};
-
-TEST_F(BidResponse, SuccessfulAnswersGiveTheFirstSeatsBidsInOrder) {
-    struct Case {
-        const char* name;
-        Answer answer;
-        std::vector<std::string> ids;
+TEST_F(BidRequest, SuccessfulAnswersGiveTheFirstSeatsBidsInOrder) {
+    const std::pair<Answer, std::vector<std::string>> cases[] = {
+        {Answer::empty(), {}},
+        {Answer::json(R"({"seatbid":[{"bid":[{"id":"a"}]},{"bid":[{"id":"b"}]}]})"), {"a"}},
+        {Answer::json(R"({"seatbid":[{"bid":[1,{"id":"k"},"s",{"id":"l"}]}]})"), {"k", "l"}},
+        {Answer::json(std::string(500000, '[') + std::string(500000, ']')), {}},
     };
-    const std::vector<Case> cases = {
-        {"empty object", Answer::json("{}"), {}},
-        {"empty body", Answer::empty(), {}},
-        {"two seat bids", Answer::json(R"({"seatbid":[{"bid":[{"id":"a"}]},{"bid":[{"id":"b"}]}]})"), {"a"}},
-        {"three bids", Answer::json(R"({"seatbid":[{"bid":[{"id":"1"},{"id":"2"},{"id":"3"}]}]})"),
-         {"1", "2", "3"}},
-        {"seatbid empty", Answer::json(R"({"seatbid":[]})"), {}},
-        {"seatbid object", Answer::json(R"({"seatbid":{"bid":[{"id":"x"}]}})"), {}},
-        {"seatbid string", Answer::json(R"({"seatbid":"x"})"), {}},
-        {"seat not object", Answer::json(R"({"seatbid":[[{"id":"x"}]]})"), {}},
-        {"seat without bid", Answer::json(R"({"seatbid":[{}]})"), {}},
-        {"bid object", Answer::json(R"({"seatbid":[{"bid":{"id":"x"}}]})"), {}},
-        {"bid null", Answer::json(R"({"seatbid":[{"bid":null}]})"), {}},
-        {"non-object bid skipped", Answer::json(R"({"seatbid":[{"bid":[1,{"id":"k"},"s"]}]})"), {"k"}},
-        {"document array", Answer::json(R"([{"seatbid":[{"bid":[{"id":"x"}]}]}])"), {}},
-        {"document number", Answer{200, "text/json", "42"}, {}},
-        {"deeply nested", Answer::json(std::string(500000, '[') + std::string(500000, ']')), {}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        server.on("/network", c.answer);
-        log.clear();
-        LoadResult r = load();
+    for (const auto& [answer, ids] : cases) {
+        SCOPED_TRACE(answer.body.substr(0, 40));
+        server.on("/network", answer);
+        const LoadResult r = load();
         EXPECT_EQ(r.calls, 1);
         EXPECT_FALSE(r.error.has_value());
-        std::vector<std::string> ids;
-        for (const auto& b : r.bids) ids.push_back(b->identifier().value_or("?"));
-        EXPECT_EQ(ids, c.ids);
+        EXPECT_EQ(r.ids, ids);
         EXPECT_TRUE(log.linesStartingWith("Reqeust failed").empty());
     }
 }
 
-TEST_F(BidResponse, FailuresGive4001AndLogTheAnswer) {
+TEST_F(BidRequest, FailuresGive4001AndLogTheAnswer) {
     Answer huge = Answer::json("[" + std::string(5u << 20, ' ') + "]");
     huge.chunked = true;
-    struct Case {
-        const char* name;
-        Answer answer;
-        std::string logged;
+    const std::pair<Answer, std::string> cases[] = {
+        {Answer::text("no such slot", 404), "no such slot"},
+        {Answer{200, "text/html", "<b>hi</b>"}, "<b>hi</b>"},
+        {Answer::text("\xff\xfe", 404), "(null)"},
+        {Answer::json(R"({"seatbid":)"), "(null)"},
+        {huge, "(null)"},
     };
-    const std::vector<Case> cases = {
-        {"404 text", Answer::text("no such slot", 404), "no such slot"},
-        {"500 json", Answer::json(R"({"e":1})", 500), R"({"e":1})"},
-        {"500 empty", Answer::empty(500), ""},
-        {"html 200", Answer{200, "text/html", "<b>hi</b>"}, "<b>hi</b>"},
-        {"no content type", Answer{200, "", "{}"}, "{}"},
-        {"bad UTF-8", Answer::text("\xff\xfe", 404), "(null)"},
-        {"broken JSON", Answer::json(R"({"seatbid":)"), "(null)"},
-        {"oversized", huge, "(null)"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        server.on("/network", c.answer);
-        log.clear();
-        LoadResult r = load();
+    for (const auto& [answer, logged] : cases) {
+        SCOPED_TRACE(logged);
+        server.on("/network", answer);
+        const LoadResult r = load();
         EXPECT_EQ(r.calls, 1);
-        EXPECT_TRUE(r.bids.empty());
+        EXPECT_TRUE(r.ids.empty());
         EXPECT_EQ(r.error, QVError::errorWithCode(4001));
-        EXPECT_EQ(log.linesStartingWith("Reqeust failed"),
-                  std::vector<std::string>{"Reqeust failed, response: " + c.logged});
+        EXPECT_EQ(log.linesStartingWith("Reqeust failed"), std::vector<std::string>{"Reqeust failed, response: " + logged});
     }
+}
+
+
+platform::HttpResponse jsonAnswer(std::string body) {
+    platform::HttpResponse r;
+    r.transportOk = true, r.status = 200, r.contentType = "application/json", r.body = std::move(body);
+    return r;
+}
+
+std::string describe(const std::vector<QVBidModelPtr>& bids) {
+    std::string out;
+    for (const auto& b : bids)
+        out += b->identifier().value_or("-") + "/" + std::to_string(b->adType()) + "/" +
+               std::to_string(b->checkViews().value_or(std::vector<std::string>{}).size()) + "/" +
+               std::to_string(b->images().size()) + ";";
+    return out;
+}
+
+// Built while parsing, the bids must be exactly those of the whole document.
+TEST(BidResponseStream, StreamedBidsMatchTheWholeDocumentForEveryShape) {
+    const char* bodies[] = {
+        R"({"seatbid":[{"bid":[{"id":"a","adType":"3"},{"id":"b","images":[{"url":"u","h":1}]}]}]})",
+        R"({"seatbid":[{"bid":[{"id":"a"}]},{"bid":[{"id":"second seat"}]}]})",
+        R"({"seatbid":[5,{"bid":[{"id":"not the first seat"}]}]})",
+        R"({"seatbid":[[{"bid":[{"id":"x"}]}],{"bid":[{"id":"y"}]}]})",
+        R"({"seatbid":[{"bid":[{"id":"old"}]}],"seatbid":[{"bid":[{"id":"new"}]}]})",
+        R"({"seatbid":[{"bid":[{"id":"old"}]}],"seatbid":7})",
+        R"({"seatbid":[{"bid":[{"id":"old"}],"bid":[{"id":"new"}],"x":{"bid":[{"id":"no"}]}}]})",
+        R"({"seatbid":[{"bid":[1,"s",[{"id":"no"}],{"id":"yes","check_views":["v",["w"]]},null]}]})",
+        R"({"x":{"seatbid":[{"bid":[{"id":"nested"}]}]},"y":[{"bid":[{"id":"no"}]}]})",
+        R"({"seatbid":[{"bid":[{"id":"deep","z":[[[[[[[[[[[[[[[[[[[[1]]]]]]]]]]]]]]]]]]]]}]}]})",
+        R"([{"seatbid":[{"bid":[{"id":"root array"}]}]}])",
+        R"({"seatbid":[]})", R"({})", R"(3)", R"("seatbid")", R"({"seatbid":[{"bid":{}}]})",
+    };
+    for (const char* body : bodies) {
+        const network::BidResponse streamed = network::parseBidResponse(jsonAnswer(body));
+        ASSERT_TRUE(streamed.outcome.ok) << body;
+        const nlohmann::json whole = nlohmann::json::parse(body);
+        EXPECT_EQ(describe(streamed.bids), describe(network::bidsFromResponse(&whole))) << body;
+    }
+}
+
+TEST(BidServerBase, HostValuesAreCheckedAndRefusalsSayWhy) {
+    const std::string builtIn = network::bidServerBase();
+    const std::pair<const char*, const char*> cases[] = {  // the value, and what a refusal says (null: accepted)
+        {"http://127.0.0.1:8080", nullptr}, {"https://ads.example.com", nullptr}, {"http://[::1]:9000", nullptr},
+        {"HTTP://h", "http:// or https://"}, {"", "empty"}, {"ftp://h", "http:// or https://"},
+        {"127.0.0.1:8080", "http:// or https://"}, {"http://", "no host"}, {"http://h/", "end with '/'"},
+        {"http://h/api", "path"}, {"http://h?q=1", "query"}, {"http://h#top", "fragment"},
+        {"http://u:p@h", "user information"}, {"http://h x", "blank"}, {"http://h:99999", "not a valid URL"},
+    };
+    for (const auto& [in, problem] : cases) {
+        SCOPED_TRACE(in);
+        QuovHost::setBidServerBase("http://127.0.0.1:1");
+        try {
+            QuovHost::setBidServerBase(std::string(in));
+            EXPECT_EQ(problem, nullptr) << "accepted";
+            if (!problem) {
+                EXPECT_EQ(network::bidServerBase(), in);
+            }
+        } catch (const std::invalid_argument& e) {
+            ASSERT_NE(problem, nullptr) << e.what();
+            EXPECT_NE(std::string(e.what()).find("QuovHost::setBidServerBase"), std::string::npos) << e.what();
+            EXPECT_NE(std::string(e.what()).find(problem), std::string::npos) << e.what();
+            EXPECT_EQ(network::bidServerBase(), "http://127.0.0.1:1") << "a refused value changes nothing";
+        }
+    }
+    QuovHost::setBidServerBase(std::nullopt);
+    EXPECT_EQ(network::bidServerBase(), builtIn);
+}
+
+// Earlier loads leave kept-alive connections; the bid server then reads the
+// POST and closes without a word. The load must send it once and fail.
+TEST_F(BidRequest, ALoadIsOnePostEvenWhenTheConnectionDies) {
+    constexpr std::size_t kWarm = 5;
+    UnansweringServer closing(UnansweringServer::After::Close, kWarm);
+    platform::Context::ScopedServiceBase base(platform::Context::shared(), closing.url(""));
+    QuovAd::shared().setDelegate(delegate);
+    for (std::size_t i = 0; i < kWarm; ++i) QuovAd::shared().loadAdWithAdId(std::nullopt);
+    ASSERT_TRUE(NetworkScope::runUntil([&] { return delegate->calls.size() == kWarm; }));
+    EXPECT_TRUE(loadFails());
+    EXPECT_EQ(closing.unanswered(), 1u);
+}
+
+TEST_F(BidRequest, TheBidRequestNeverFollowsARedirectToAnotherOrigin) {
+    TestServer elsewhere;
+    elsewhere.on("/network", Answer::json(R"({"seatbid":[{"bid":[{"id":"x"}]}]})"));
+    for (int status : {301, 302, 303, 307, 308}) {
+        SCOPED_TRACE(status);
+        server.redirect("/network", elsewhere.url("/network?appid=app1"), status);
+        EXPECT_TRUE(loadFails());
+    }
+    EXPECT_EQ(elsewhere.count(), 0u) << "the app key left for another origin";
+
+    server.on("/moved", Answer::json(R"({"seatbid":[{"bid":[{"id":"x"}]}]})"));
+    server.redirect("/network", "/moved", 307);
+    EXPECT_FALSE(loadFails());
+    EXPECT_EQ(delegate->calls, (Calls{"loaded", "view"})) << "same origin is followed";
+}
+
+TEST_F(BidRequest, ALoadThatOutlastsItsTimeOutFailsLikeATransportFailure) {
+    UnansweringServer stalled(UnansweringServer::After::Stall);
+    platform::Context::ScopedServiceBase base(platform::Context::shared(), stalled.url(""));
+    QuovAd::shared().setLoadTimeout(std::chrono::milliseconds(200));
+    EXPECT_TRUE(loadFails());
+    EXPECT_EQ(stalled.unanswered(), 1u);
 }
 
 }  // namespace

@@ -6,17 +6,12 @@
 #include <quov/QuovAd.h>
 #include <quov/QuovHost.h>
 
-#include "network/BidServerBase.h"
 #include "platform/Context.h"
-#include "platform/device/DevicePlatform.h"
 #include "support/FaultServer.h"
 #include "tests/support/fake_device.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <string>
 
 using namespace std::chrono_literals;
@@ -41,13 +36,10 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string mode = argv[1];
-    const auto delay = std::chrono::milliseconds(std::atoi(argv[2]));
-
     // Answers after 400 ms, so whatever the delay some work is on the wire.
     static quov::test::FaultServer server([](quov::test::FaultServer::Conn& c) {
         if (c.pause(400))
-            c.send("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 2\r\n"
-                   "Connection: close\r\n\r\n{}");
+            c.send("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}");
     });
     // A scripted device: this host has no bundle of its own.
     static quov::platform::Context::ScopedDevicePlatform device(quov::platform::Context::shared(),
@@ -57,10 +49,10 @@ int main(int argc, char** argv) {
     quov::QuovAd::shared().loadAdWithAdId(std::string("slot"));
     for (int i = 0; i < 8; ++i)
         quov::QVRequestHelper::getURLWithRetry(server.base() + "/t?i=" + std::to_string(i), 3, {}, {});
-    quov::MainLoop::shared().runUntil([] { return false; }, delay);
+    quov::MainLoop::shared().runUntil([] { return false; }, std::chrono::milliseconds(std::atoi(argv[2])));
 
     if (mode == "exit") std::exit(0);
-    if (mode == "static") flushInStaticDestructor = true;
+    flushInStaticDestructor = mode == "static";
     if (mode == "flush") {
         const auto start = std::chrono::steady_clock::now();
         quov::QuovAd::shared().flush(kFlushTimeout);

@@ -36,12 +36,9 @@ std::size_t peakRss() {
     std::ifstream status("/proc/self/status");
     std::string key;
     std::size_t kb = 0;
-    while (status >> key) {
-        if (key == "VmHWM:") {
-            status >> kb;
-            break;
-        }
+    while (status >> key && key != "VmHWM:") {
     }
+    status >> kb;
     return kb * 1024;
 }
 
@@ -49,14 +46,23 @@ std::string head(const std::string& status, const std::string& headers) {
     return "HTTP/1.1 " + status + "\r\n" + headers + "Connection: close\r\n\r\n";
 }
 
-FaultServer::Behaviour answer(const std::string& status, const std::string& type, const std::string& body) {
+FaultServer::Behaviour answer(const std::string& body) {
     return [=](Conn& c) {
-        c.send(head(status, "Content-Type: " + type + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n") +
+        c.send(head("200 OK", "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
+                                  "\r\n") +
                body);
     };
 }
 
-FaultServer::Behaviour json(const std::string& body) { return answer("200 OK", "application/json", body); }
+// A JSON head announcing a body of this length (empty: none, chunked), then more() until it fails.
+FaultServer::Behaviour flood(const std::string& length, const std::string& first, std::function<bool(Conn&)> more) {
+    return [=](Conn& c) {
+        const std::string framing = length.empty() ? "Transfer-Encoding: chunked" : "Content-Length: " + length;
+        if (!c.send(head("200 OK", "Content-Type: application/json\r\n" + framing + "\r\n") + first)) return;
+        while (more(c)) {
+        }
+    };
+}
 
 // Endless zeros as a gzip stream of fixed-Huffman blocks: one literal, then matches of
 // 258 bytes at distance 1, 13 bits each: 3 MiB that inflate to ~490 MiB, under the
@@ -83,88 +89,49 @@ std::string gzipBomb(std::size_t compressedBytes) {
     return out;
 }
 
+// What a load tells the delegate ("view": the ad was put on screen) with the error code, and
+// how a tracker given 3 attempts ends with the connections it opened.
 struct FaultCase {
     const char* name;
     FaultServer::Behaviour behaviour;
-    bool tls = false;
-    bool deadPort = false;
-    // The delegate's calls for a load ("view": the ad was put on screen), and the
-    // error code of a failure (0: none).
-    const char* bidCalls;
-    std::int64_t bidCode;
-    // A tracker given 3 attempts: its callback, and the connections it opened.
-    const char* trackerOutcome;
-    std::size_t trackerConnections;
+    bool tls = false, deadPort = false;
+    const char* bidCalls = "loadFailed";
+    std::int64_t bidCode = 4001;
+    const char* trackerOutcome = "failure";
+    std::size_t trackerConnections = 3;
 };
 
 std::vector<FaultCase> faultCases() {
     const auto bomb = std::make_shared<const std::string>(gzipBomb(3 * kMiB));
     const std::string deep = std::string(100000, '[') + std::string(100000, ']');
-    const std::string deepInBid = R"({"seatbid":[{"bid":[)" + deep + "]}]}";
+    const auto redirect = [](std::string status, std::string to) {
+        return [=](Conn& c) { c.send(head(status, "Location: " + to + "\r\nContent-Length: 0\r\n")); };
+    };
     return {
-        {"DeadPort", {}, false, true, "loadFailed", 4001, "failure", 0},
-        {"ResetMidBody",
-         [](Conn& c) {
-             c.send(head("200 OK", "Content-Type: application/json\r\nContent-Length: 1000\r\n") + R"({"seatbid":[)");
-             c.reset();
-         },
-         false, false, "loadFailed", 4001, "failure", 3},
-        {"NotFoundWithBody", answer("404 Not Found", "text/plain", "no such page"), false, false, "loadFailed", 4001,
-         "failure", 3},
-        {"ServerErrorWithBody", answer("500 Internal Server Error", "application/json", R"({"seatbid":[]})"), false,
-         false, "loadFailed", 4001, "failure", 3},
-        {"StallBeforeHeaders", [](Conn& c) { c.pause(60000); }, false, false, "loadFailed", 4001, "failure", 3},
-        {"SlowlorisBody",
-         [](Conn& c) {
-             if (!c.send(head("200 OK", "Content-Type: application/json\r\nContent-Length: 100000\r\n") + "{"))
-                 return;
-             while (c.pause(100) && c.send(" ")) {
-             }
-         },
-         false, false, "loadFailed", 4001, "failure", 3},
+        {.name = "DeadPort", .deadPort = true, .trackerConnections = 0},
+        {"ResetMidBody", flood("1000", R"({"seatbid":[)", [](Conn& c) { return c.reset(), false; })},
+        {"StallBeforeHeaders", [](Conn& c) { c.pause(60000); }},
+        {"SlowlorisBody", flood("100000", "{", [](Conn& c) { return c.pause(100) && c.send(" "); })},
         {"FiftyMegabyteBody",
-         [](Conn& c) {
-             const std::string block(64 * 1024, ' ');
-             if (!c.send(head("200 OK", "Content-Type: application/json\r\nContent-Length: 52428800\r\n"))) return;
-             for (int i = 0; i < 800 && c.send(block); ++i) {
-             }
-         },
-         false, false, "loadFailed", 4001, "failure", 3},
+         flood("52428800", "", [n = 0](Conn& c) mutable { return ++n <= 800 && c.send(std::string(64 * 1024, ' ')); })},
         {"EndlessChunkedBody",
-         [](Conn& c) {
-             const std::string chunk = "10000\r\n" + std::string(0x10000, ' ') + "\r\n";
-             if (!c.send(head("200 OK", "Content-Type: application/json\r\nTransfer-Encoding: chunked\r\n") +
-                         "1\r\n[\r\n"))
-                 return;
-             while (c.send(chunk)) {
-             }
-         },
-         false, false, "loadFailed", 4001, "failure", 3},
+         flood("", "1\r\n[\r\n", [](Conn& c) { return c.send("10000\r\n" + std::string(0x10000, ' ') + "\r\n"); })},
         {"GzipBomb",
          [bomb](Conn& c) {
              c.send(head("200 OK", "Content-Type: application/json\r\nContent-Encoding: gzip\r\nContent-Length: " +
                                        std::to_string(bomb->size()) + "\r\n") +
                     *bomb);
-         },
-         false, false, "loadFailed", 4001, "failure", 3},
-        {"MalformedJson", json(R"({"seatbid":[{"bid":[{"image":)"), false, false, "loadFailed", 4001, "failure", 3},
+         }},
         {"WrongTypesEverywhere",
-         json(R"({"seatbid":[{"bid":[1,"x",null,[],{"image":7,"adm":[],"check_views":{},"check_clicks":"u",)"
-              R"("isRendering":"1","price":"high","crid":{}}]}]})"),
+         answer(R"({"seatbid":[{"bid":[1,"x",null,[],{"image":7,"adm":[],"check_views":{},"check_clicks":"u",)"
+                R"("isRendering":"1","price":"high","crid":{}}]}]})"),
          false, false, "loaded view", 0, "success", 1},
-        {"SeatbidOfTheWrongType", json(R"({"seatbid":{"bid":[{}]}})"), false, false, "loadFailed", 204, "success", 1},
-        {"NestedHundredThousandDeep", json(deepInBid), false, false, "loadFailed", 204, "success", 1},
-        {"InvalidUtf8", json("{\"seatbid\":[{\"bid\":[{\"adm\":\"\xff\xfe\xc0\"}]}]}"), false, false, "loadFailed",
-         4001, "failure", 3},
-        {"RedirectLoop",
-         [](Conn& c) { c.send(head("302 Found", "Location: /network\r\nContent-Length: 0\r\n")); }, false, false,
-         "loadFailed", 4001, "failure", 33},
-        {"RedirectToFile", [](Conn& c) { c.send(head("302 Found", "Location: file:///etc/passwd\r\n")); }, false,
-         false, "loadFailed", 4001, "failure", 3},
-        {"RedirectToAnotherScheme",
-         [](Conn& c) { c.send(head("301 Moved Permanently", "Location: ftp://127.0.0.1/network\r\n")); }, false,
-         false, "loadFailed", 4001, "failure", 3},
-        {"SelfSignedHttps", {}, true, false, "loadFailed", 4001, "failure", 3},
+        {"NestedHundredThousandDeep", answer(R"({"seatbid":[{"bid":[)" + deep + "]}]}"), false, false, "loadFailed", 204,
+         "success", 1},
+        {"RedirectLoop", redirect("302 Found", "/network"), false, false, "loadFailed", 4001, "failure", 33},
+        {"RedirectToFile", redirect("302 Found", "file:///etc/passwd")},
+        {"RedirectToAnotherScheme", redirect("301 Moved Permanently", "ftp://127.0.0.1/network")},
+        {.name = "SelfSignedHttps", .tls = true},
     };
 }
 
@@ -212,10 +179,7 @@ TEST_P(FaultMatrix, TheBidLoadEndsInOneStatedOutcome) {
     std::string calls;
     for (const std::string& call : delegate->calls) calls += (calls.empty() ? "" : " ") + call;
     EXPECT_EQ(calls, GetParam().bidCalls);
-    if (GetParam().bidCode != 0) {
-        ASSERT_EQ(delegate->errors.size(), 1u);
-        EXPECT_EQ(delegate->errors[0].code, GetParam().bidCode);
-    }
+    EXPECT_EQ(delegate->errors.empty() ? 0 : delegate->errors[0].code, GetParam().bidCode);
 }
 
 TEST_P(FaultMatrix, ATrackerEndsAfterItsCountedAttempts) {
