@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -46,10 +47,10 @@ std::string head(const std::string& status, const std::string& headers) {
     return "HTTP/1.1 " + status + "\r\n" + headers + "Connection: close\r\n\r\n";
 }
 
-FaultServer::Behaviour answer(const std::string& body) {
+FaultServer::Behaviour answer(const std::string& body, const std::string& status = "200 OK",
+                              const std::string& type = "application/json") {
     return [=](Conn& c) {
-        c.send(head("200 OK", "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
-                                  "\r\n") +
+        c.send(head(status, "Content-Type: " + type + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n") +
                body);
     };
 }
@@ -109,6 +110,8 @@ std::vector<FaultCase> faultCases() {
     };
     return {
         {.name = "DeadPort", .deadPort = true, .trackerConnections = 0},
+        {"NotFoundWithBody", answer("no such page", "404 Not Found", "text/plain")},
+        {"ServerErrorWithBody", answer(R"({"seatbid":[]})", "500 Internal Server Error")},
         {"ResetMidBody", flood("1000", R"({"seatbid":[)", [](Conn& c) { return c.reset(), false; })},
         {"StallBeforeHeaders", [](Conn& c) { c.pause(60000); }},
         {"SlowlorisBody", flood("100000", "{", [](Conn& c) { return c.pause(100) && c.send(" "); })},
@@ -122,6 +125,9 @@ std::vector<FaultCase> faultCases() {
                                        std::to_string(bomb->size()) + "\r\n") +
                     *bomb);
          }},
+        {"MalformedJson", answer(R"({"seatbid":[{"bid":[{"image":)")},
+        {"InvalidUtf8", answer("{\"seatbid\":[{\"bid\":[{\"adm\":\"\xff\xfe\xc0\"}]}]}")},
+        {"SeatbidOfTheWrongType", answer(R"({"seatbid":{"bid":[{}]}})"), false, false, "loadFailed", 204, "success", 1},
         {"WrongTypesEverywhere",
          answer(R"({"seatbid":[{"bid":[1,"x",null,[],{"image":7,"adm":[],"check_views":{},"check_clicks":"u",)"
                 R"("isRendering":"1","price":"high","crid":{}}]}]})"),
@@ -178,8 +184,10 @@ TEST_P(FaultMatrix, TheBidLoadEndsInOneStatedOutcome) {
     ASSERT_TRUE(NetworkScope::runUntil([&] { return !delegate->calls.empty(); }));
     std::string calls;
     for (const std::string& call : delegate->calls) calls += (calls.empty() ? "" : " ") + call;
+    const std::int64_t code = delegate->errors.empty() ? 0 : delegate->errors[0].code;
+    std::printf("matrix-load %s %s %lld\n", GetParam().name, calls.c_str(), static_cast<long long>(code));
     EXPECT_EQ(calls, GetParam().bidCalls);
-    EXPECT_EQ(delegate->errors.empty() ? 0 : delegate->errors[0].code, GetParam().bidCode);
+    EXPECT_EQ(code, GetParam().bidCode);
 }
 
 TEST_P(FaultMatrix, ATrackerEndsAfterItsCountedAttempts) {
@@ -189,6 +197,7 @@ TEST_P(FaultMatrix, ATrackerEndsAfterItsCountedAttempts) {
         base + "/network?id=1", 3, [&](const nlohmann::json*) { outcome = "success"; },
         [&](const Error&) { outcome = "failure"; });
     ASSERT_TRUE(NetworkScope::runUntil([&] { return !outcome.empty(); }));
+    std::printf("matrix-tracker %s %s %zu\n", GetParam().name, outcome.c_str(), server ? server->connections() : 0);
     EXPECT_EQ(outcome, GetParam().trackerOutcome);
     if (server) {
         EXPECT_EQ(server->connections(), GetParam().trackerConnections);
