@@ -1,11 +1,9 @@
-// The SDL backend on the offscreen driver: what it draws, read back as pixels,
-// and how it turns SDL events into touches and orientation changes.
+// The SDL backend on the offscreen driver: what it draws, read back as pixels, and
+// what it does when the host changes renderers.
 #include <quov/QuovSDL.h>  // first: the public header stands on its own
 
 #include "platform/toolkit/Application.h"
-#include "platform/toolkit/Button.h"
 #include "platform/toolkit/ImageView.h"
-#include "platform/media/ResourceBundle.h"
 #include "platform/sdl/SdlBackend.h"
 #include "tests/support/SdlHeadless.h"
 
@@ -36,14 +34,6 @@ ImagePtr solidImage(int w, int h, std::uint8_t r, std::uint8_t g, std::uint8_t b
                                          << ", " << g << ", " << b << ")";
 }
 
-ViewPtr addBox(const ViewPtr& parent, Rect frame, Color colour, double alpha = 1) {
-    auto box = View::make(frame);
-    box->setBackgroundColor(colour);
-    box->setAlpha(alpha);
-    parent->addSubview(box);
-    return box;
-}
-
 /// A headless display of the given pixel size with an application attached.
 struct Rig {
     HeadlessDisplay display;
@@ -52,54 +42,20 @@ struct Rig {
     SdlBackend backend{app};  // after the display: its textures go first
 
     Rig(int w, int h) : display(w, h) { backend.attachWindow(display.window()); }
-    std::shared_ptr<Window> window() { return app.keyWindow(); }
 
     PixelBuffer frame(std::uint8_t r, std::uint8_t g, std::uint8_t b) {
         display.clear(r, g, b);
         backend.render(display.renderer());
         return display.readPixels();
     }
-    /// Feeds SDL's queued window events to the backend, as a host loop would.
-    void pumpWindowEvents() {
-        SDL_PumpEvents();
-        SDL_Event e;
-        while (SDL_PeepEvents(&e, 1, SDL_GETEVENT, SDL_WINDOWEVENT, SDL_WINDOWEVENT) == 1) backend.processEvent(e);
-    }
-    bool mouse(Uint32 type, int x, int y, Uint32 which = 0) {
-        SDL_Event e{};
-        e.type = type;
-        e.button.windowID = SDL_GetWindowID(display.window());
-        e.button.which = which;
-        e.button.button = SDL_BUTTON_LEFT;
-        e.button.x = x;
-        e.button.y = y;
-        return backend.processEvent(e);
-    }
-    bool finger(Uint32 type, float x, float y) {  // fractions of the window
-        SDL_Event e{};
-        e.type = type;
-        e.tfinger.windowID = SDL_GetWindowID(display.window());
-        e.tfinger.touchId = 3;
-        e.tfinger.fingerId = 1;
-        e.tfinger.x = x;
-        e.tfinger.y = y;
-        return backend.processEvent(e);
-    }
-    /// A button whose touch-ups inside are counted, with the last one's location.
-    std::shared_ptr<Button> tapCounter(Rect frame, int& taps, Point& at) {
-        auto button = Button::make(frame);
-        button->addTarget(std::weak_ptr<void>{}, [&taps, &at](Button& sender, const TouchEvent& e) {
-            ++taps;
-            at = locationInView(e.anyTouchForView(sender), sender);
-        }, ControlEventTouchUpInside);
-        return button;
-    }
 };
 
 TEST(SdlRender, PointsScaleToPixelsAndTheHostsRendererStateIsRestored) {
     Rig rig(200, 100);
     rig.backend.setUIScale(2);  // 100 x 50 points
-    addBox(rig.window(), {{10, 10}, {20, 20}}, {0, 1, 0, 1});
+    auto box = View::make({{10, 10}, {20, 20}});
+    box->setBackgroundColor({0, 1, 0, 1});
+    rig.app.keyWindow()->addSubview(box);
 
     SDL_Renderer* r = rig.display.renderer();
     rig.display.clear(0, 0, 0);
@@ -120,11 +76,8 @@ TEST(SdlRender, PointsScaleToPixelsAndTheHostsRendererStateIsRestored) {
     SDL_RenderGetClipRect(r, &c);
     SDL_GetRenderDrawColor(r, &col[0], &col[1], &col[2], &col[3]);
     SDL_GetRenderDrawBlendMode(r, &mode);
-    EXPECT_TRUE(sx == 1.5f && sy == 1.25f);
-    EXPECT_TRUE(SDL_RectEquals(&v, &viewport));
-    EXPECT_TRUE(SDL_RectEquals(&c, &clip));
-    EXPECT_TRUE(col[0] == 1 && col[1] == 2 && col[2] == 3 && col[3] == 4);
-    EXPECT_EQ(mode, SDL_BLENDMODE_ADD);
+    EXPECT_TRUE(sx == 1.5f && sy == 1.25f && SDL_RectEquals(&v, &viewport) && SDL_RectEquals(&c, &clip));
+    EXPECT_TRUE(col[0] == 1 && col[1] == 2 && col[2] == 3 && col[3] == 4 && mode == SDL_BLENDMODE_ADD);
 
     // Drawn unclipped at twice the point size, whatever the host had set.
     SDL_RenderSetScale(r, 1, 1);
@@ -142,8 +95,8 @@ TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipp
     auto view = ImageView::make({{0, 0}, {4, 4}}), twin = ImageView::make({{10, 10}, {4, 4}});
     view->setImage(solidImage(4, 4, 9, 9, 9));
     twin->setImage(view->image());
-    rig.window()->addSubview(view);
-    rig.window()->addSubview(twin);
+    rig.app.keyWindow()->addSubview(view);
+    rig.app.keyWindow()->addSubview(twin);
     rig.frame(0, 0, 0);
     rig.frame(0, 0, 0);
     EXPECT_EQ(rig.backend.textures().uploads(), 1u);
@@ -159,6 +112,99 @@ TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipp
     twin->setImage(broken);
     rig.frame(0, 0, 0);
     EXPECT_EQ(rig.backend.textures().uploads(), 2u);
+}
+
+constexpr int kSize = 120;
+
+// What the backend held on one renderer it gives up when the host moves to another,
+// and what a host-destroyed renderer held it never touches (memory checkers see the
+// rest). The ad's kinds of textures: a mask (a fill tile), a scaled image (a
+// prescaled copy) and an image at its own size (a plain upload).
+struct AdRig {
+    HeadlessDisplay display{kSize, kSize};
+    MainLoop loop;
+    Application app{loop};
+    std::unique_ptr<SdlBackend> backend = std::make_unique<SdlBackend>(app);
+
+    AdRig() {
+        backend->attachWindow(display.window());
+        auto mask = View::make({{0, 0}, {kSize, kSize}});
+        mask->setBackgroundColor({0, 0, 0, 0.5});
+        auto scaled = ImageView::make({{10, 10}, {80, 40}});
+        scaled->setImage(solidImage(20, 10, 255, 0, 0));
+        auto plain = ImageView::make({{100, 100}, {4, 4}});
+        plain->setImage(solidImage(4, 4, 0, 255, 0));
+        for (const ViewPtr& v : {mask, ViewPtr(scaled), ViewPtr(plain)}) app.keyWindow()->addSubview(v);
+    }
+    /// Draws a frame and tells whether the scaled image landed in it.
+    bool drawsInto(SDL_Renderer* r) {
+        SDL_SetRenderDrawColor(r, 0, 0, 255, 255);
+        SDL_RenderClear(r);
+        backend->render(r);
+        Uint8 px[4]{};
+        const SDL_Rect at{50, 30, 1, 1};
+        return SDL_RenderReadPixels(r, &at, SDL_PIXELFORMAT_RGBA32, px, 4) == 0 && px[0] == 255 && px[2] == 0;
+    }
+};
+
+/// A renderer the way a host makes one: on a window of its own, or on a surface.
+struct Target {
+    SDL_Window* window = nullptr;
+    SDL_Surface* surface = nullptr;
+    SDL_Renderer* renderer = nullptr;
+    explicit Target(bool onWindow) {
+        if (onWindow) {
+            window = SDL_CreateWindow("second", 0, 0, kSize, kSize, 0);
+            renderer = SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE);
+        } else {
+            surface = SDL_CreateRGBSurfaceWithFormat(0, kSize, kSize, 32, SDL_PIXELFORMAT_ARGB8888);
+            renderer = SDL_CreateSoftwareRenderer(surface);
+        }
+    }
+    ~Target() {
+        if (renderer) SDL_DestroyRenderer(renderer);
+        if (window) SDL_DestroyWindow(window);
+        if (surface) SDL_FreeSurface(surface);
+    }
+    Target(const Target&) = delete;
+    Target& operator=(const Target&) = delete;
+};
+
+TEST(SdlRenderers, AWindowRendererTheHostDestroyedIsForgottenNotDestroyedAgain) {
+    struct Case {
+        const char* name;
+        bool destroyWindow;  // after the renderer, the order SDL asks for
+        bool releaseAfter;   // the host calls releaseRenderer() too late
+    };
+    const Case cases[] = {
+        {"renderer destroyed", false, false},
+        {"renderer destroyed, then released", false, true},
+        {"renderer and window destroyed", true, false},
+        {"renderer and window destroyed, then released", true, true},
+    };
+    for (const Case& c : cases) {
+        AdRig rig;
+        auto gone = std::make_unique<Target>(true);
+        ASSERT_TRUE(gone->renderer) << SDL_GetError();
+        EXPECT_TRUE(rig.drawsInto(gone->renderer)) << c.name;
+        SDL_DestroyRenderer(gone->renderer);
+        gone->renderer = nullptr;
+        if (c.destroyWindow) {
+            SDL_DestroyWindow(gone->window);
+            gone->window = nullptr;
+        }
+        SDL_ClearError();
+        if (c.releaseAfter) rig.backend->releaseRenderer();
+        // A new renderer on the same window may take the freed one's address, which
+        // nothing can tell apart: only after releasing is that safe.
+        SDL_Renderer* into = rig.display.renderer();
+        if (c.releaseAfter && gone->window) into = SDL_CreateRenderer(gone->window, -1, SDL_RENDERER_SOFTWARE);
+        EXPECT_TRUE(rig.drawsInto(into)) << c.name;
+        EXPECT_STREQ(SDL_GetError(), "") << c.name;
+        EXPECT_TRUE(rig.drawsInto(into)) << c.name;
+        rig.backend.reset();  // gives up the textures of the renderer drawn into last
+        if (into != rig.display.renderer()) gone->renderer = into;
+    }
 }
 
 }  // namespace
