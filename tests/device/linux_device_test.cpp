@@ -29,16 +29,14 @@ using quov::platform::LinuxDevicePlatform;
 
 namespace {
 
-// A scratch root holding only the files a case writes, and a locale environment.
+// A scratch root holding only the files a case writes.
 struct Tree {
     using Files = std::map<std::string, std::string>;
     fs::path dir;
-    Files environment;
 
     explicit Tree(const Files& files = {}) {
         std::string tmpl = (fs::temp_directory_path() / "quov-device-XXXXXX").string();
-        if (!::mkdtemp(tmpl.data())) throw std::runtime_error("mkdtemp");
-        dir = tmpl;
+        dir = ::mkdtemp(tmpl.data());
         for (const auto& [path, content] : files) write(path, content);
     }
     ~Tree() { fs::remove_all(dir); }
@@ -47,12 +45,7 @@ struct Tree {
         fs::create_directories(p.parent_path());
         std::ofstream(p, std::ios::binary) << content;
     }
-    LinuxDevicePlatform platform() const {
-        return LinuxDevicePlatform({dir.string(), [env = environment](const std::string& name) {
-                                        auto it = env.find(name);
-                                        return it == env.end() ? std::nullopt : std::optional(it->second);
-                                    }});
-    }
+    LinuxDevicePlatform platform() const { return LinuxDevicePlatform({dir.string(), {}}); }
 };
 using Files = Tree::Files;
 
@@ -61,33 +54,21 @@ const std::string kRouteHeader =
 
 std::string route(const char* iface, const char* dest, unsigned flags, int metric, const char* mask) {
     char line[160];
-    std::snprintf(line, sizeof line, "%s\t%s\t0100A8C0\t%04X\t0\t0\t%d\t%s\t0\t0\t0\n", iface, dest, flags, metric,
-                  mask);
+    std::snprintf(line, sizeof line, "%s\t%s\t0100A8C0\t%04X\t0\t0\t%d\t%s\t0\t0\t0\n", iface, dest, flags, metric, mask);
     return line;
-}
-
-std::string kernelRelease() {
-    struct utsname u {};
-    ::uname(&u);
-    return u.release;
 }
 
 }  // namespace
 
 TEST(LinuxDevice, SystemVersionFromOsReleaseElseTheKernel) {
     const std::pair<Files, std::string> cases[] = {
-        {{{"/etc/os-release", "NAME=Debian\nVERSION_ID=12\n"}}, "12"},
         {{{"/etc/os-release", "# VERSION_ID=9\n VERSION_ID=\"22.04\"\nID=ubuntu"}}, "22.04"},
         {{{"/etc/os-release", "VERSION_ID='3.18'\nVERSION_ID=\"1\\\"x\n"}}, "1\"x"},  // last wins, escape, no end quote
         {{{"/usr/lib/os-release", "VERSION_ID=39\n"}}, "39"},
         {{{"/etc/os-release", "BUILD_ID=rolling\n"}, {"/proc/sys/kernel/osrelease", "6.9.1-arch1\n"}}, "6.9.1-arch1"},
-        {{{"/etc/os-release", std::string("\0\xff=VERSION_ID\n==\n", 15)}, {"/proc/sys/kernel/osrelease", "6.1"}},
-         "6.1"},
-        {{}, kernelRelease()},
+        {{}, [] { utsname u{}; return ::uname(&u), std::string(u.release); }()},
     };
-    for (const auto& [files, expected] : cases) {
-        EXPECT_EQ(Tree(files).platform().systemVersion(), expected);
-    }
+    for (const auto& [files, expected] : cases) EXPECT_EQ(Tree(files).platform().systemVersion(), expected);
 }
 
 // Kernel 6.9 sits below the rule's 7, yet the readable hardware address is never sent.
@@ -110,7 +91,7 @@ TEST(LinuxDevice, ChassisGivesModelWordAndIdiom) {
         std::string model;
         std::optional<int> idiom;
     } cases[] = {
-        {{{"/etc/machine-info", "PRETTY_HOSTNAME=x\nCHASSIS=handset\n"}}, "Handset", 0},
+        {{{"/etc/machine-info", "X=y\nCHASSIS=handset\n"}}, "Handset", 0},
         {{{"/sys/firmware/devicetree/base/chassis-type", std::string("tablet\0", 7)}}, "Tablet", 1},
         {{{"/sys/class/dmi/id/chassis_type", "9\n"}}, "Laptop", 5},
         {{{"/etc/machine-info", "CHASSIS=spaceship\n"}, {"/sys/class/dmi/id/chassis_type", "17"}}, "Server", 5},
@@ -118,9 +99,8 @@ TEST(LinuxDevice, ChassisGivesModelWordAndIdiom) {
     };
     for (const auto& c : cases) {
         Tree t(c.files);
-        auto p = t.platform();
-        EXPECT_EQ(p.model(), c.model);
-        EXPECT_EQ(p.userInterfaceIdiom(), c.idiom) << c.model;
+        EXPECT_EQ(t.platform().model(), c.model);
+        EXPECT_EQ(t.platform().userInterfaceIdiom(), c.idiom) << c.model;
     }
 }
 
@@ -164,7 +144,6 @@ TEST(LinuxDevice, PrimaryInterfaceAndReachabilityFromTheRoutingTable) {
          kReachable},
         {route("eth0", "00000000", 2, 0, "00000000") + route("wlan0", "00000000", 3, 600, "00000000"), {}, "wlan0",
          kReachable},  // a route that is not up does not count
-        {route("eth0", "0000A8C0", 1, 0, "00FFFFFF"), {}, std::nullopt, 0u},
         {route("wwan0", "00000000", 3, 0, "00000000"), {}, "wwan0", kReachable | kIsCellular},
         {"garbage\n\n\tonly\ttwo\neth0\tZZZZZZZZ\t0\t3\t0\t0\t0\t00000000\n" +
              route("tun0", "00000000", 1, 0, "000000FF") + route("eth1", "00000000", 3, 5, "00000000"),
@@ -174,9 +153,8 @@ TEST(LinuxDevice, PrimaryInterfaceAndReachabilityFromTheRoutingTable) {
     for (const auto& c : cases) {
         Tree t(c.extra);
         t.write("/proc/net/route", kRouteHeader + c.table);
-        auto p = t.platform();
-        EXPECT_EQ(p.primaryInterfaceName(), c.primary) << c.table;
-        EXPECT_EQ(p.reachabilityFlags("bid.example.com"), c.flags) << c.table;
+        EXPECT_EQ(t.platform().primaryInterfaceName(), c.primary) << c.table;
+        EXPECT_EQ(t.platform().reachabilityFlags("bid.example.com"), c.flags) << c.table;
     }
     // 192.168.1.0/24 on a modem, default over ethernet.
     Tree t(Files{{"/proc/net/route", kRouteHeader + route("eth0", "00000000", 3, 100, "00000000") +
@@ -210,9 +188,8 @@ TEST(LinuxDevice, BatteryFromPowerSupplies) {
             for (int i = 0; i < 4; ++i)
                 if (!s[i + 1].empty()) t.write(base + files[i], s[i + 1]);
         }
-        auto p = t.platform();
-        EXPECT_EQ(p.batteryCapacity(), c.capacity) << c.supplies.size();
-        EXPECT_EQ(p.batteryState(), c.state) << c.supplies.size();
+        EXPECT_EQ(t.platform().batteryCapacity(), c.capacity) << c.supplies.size();
+        EXPECT_EQ(t.platform().batteryState(), c.state) << c.supplies.size();
     }
 }
 

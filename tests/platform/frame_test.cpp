@@ -6,6 +6,7 @@
 #include "platform/toolkit/FrameSurface.h"
 #include "platform/toolkit/RgbaPainter.h"
 #include "view/QVAdView.h"
+#include "tests/platform/pixels.h"
 
 #include <gtest/gtest.h>
 
@@ -16,16 +17,6 @@ namespace quov {
 namespace {
 
 using platform::TouchPhase;
-
-platform::ImagePtr solid(int w, int h, std::uint8_t r, std::uint8_t g, std::uint8_t b) {
-    auto img = std::make_shared<platform::Image>();
-    img->width = w;
-    img->height = h;
-    const std::uint8_t pixel[] = {r, g, b, 255};
-    img->rgba = platform::PixelBytes(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 4);
-    for (std::size_t i = 0; i < img->rgba.size(); ++i) img->rgba[i] = pixel[i % 4];
-    return img;
-}
 
 struct Buffer {
     int width, height, stride;
@@ -58,7 +49,7 @@ struct Rig {
         QVAdViewEnvironment env;
         env.application = &app;
         env.loadImage = [](std::weak_ptr<platform::ImageView> v, const std::optional<std::string>&) {
-            v.lock()->setImage(solid(60, 50, 250, 20, 10));
+            v.lock()->setImage(test::solidImage(60, 50, 250, 20, 10));
         };
         auto view = QVAdView::initWithFrame({{0, 0}, app.mainScreen().bounds().size}, env);
         auto window = app.keyWindow();
@@ -150,27 +141,10 @@ TEST(FrameSurface, PointerInPixelsClicksAndUnusableBuffersAreRefused) {
     for (const auto& t : bad) EXPECT_FALSE(rig.surface.draw(t));
 }
 
-platform::ImagePtr pattern(int w, int h, bool holes) {
-    auto img = std::make_shared<platform::Image>();
-    img->width = w;
-    img->height = h;
-    img->rgba = platform::PixelBytes(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 4);
-    std::uint8_t* p = img->rgba.data();
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x, p += 4) {
-            const auto a = static_cast<std::uint8_t>(!holes ? 255 : (x / 5 + y / 4) % 3 == 0 ? 0 : 60 + (x * y) % 196);
-            p[0] = static_cast<std::uint8_t>(x * 9);
-            p[1] = static_cast<std::uint8_t>(y * 7);
-            p[2] = static_cast<std::uint8_t>((x ^ y) * 5);
-            p[3] = a;
-        }
-    return img;
-}
-
 // Frames drawn through the image cache against the same frames sampled afresh, over
 // a background that changes every frame; the cache samples only what changed.
 TEST(RgbaPainter, CachedImagesDrawTheSamePixelsAndAreSampledOnlyWhenTheirPlacementChanges) {
-    const auto holes = pattern(64, 48, true), opaque = pattern(64, 48, false);
+    const auto holes = test::patternImage(64, 48, true), opaque = test::patternImage(64, 48, false);
     const Rect whole{{0, 0}, {64, 48}};
     const struct {
         const char* what;

@@ -6,6 +6,7 @@
 #include "platform/toolkit/ImageView.h"
 #include "platform/sdl/SdlBackend.h"
 #include "tests/support/SdlHeadless.h"
+#include "tests/platform/pixels.h"
 
 #include <gtest/gtest.h>
 
@@ -16,16 +17,6 @@ namespace {
 
 using namespace quov;
 using namespace quov::platform;
-
-ImagePtr solidImage(int w, int h, std::uint8_t r, std::uint8_t g, std::uint8_t b) {
-    auto img = std::make_shared<Image>();
-    img->width = w;
-    img->height = h;
-    const std::uint8_t pixel[] = {r, g, b, 255};
-    img->rgba = PixelBytes(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 4);
-    for (std::size_t i = 0; i < img->rgba.size(); ++i) img->rgba[i] = pixel[i % 4];
-    return img;
-}
 
 ::testing::AssertionResult near(PixelBuffer::Pixel p, int r, int g, int b) {
     if (std::abs(p.r - r) <= 2 && std::abs(p.g - g) <= 2 && std::abs(p.b - b) <= 2)
@@ -93,7 +84,7 @@ TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipp
     Rig rig(50, 50);
     // Shown at their own size: the software renderer keeps scaled copies elsewhere.
     auto view = ImageView::make({{0, 0}, {4, 4}}), twin = ImageView::make({{10, 10}, {4, 4}});
-    view->setImage(solidImage(4, 4, 9, 9, 9));
+    view->setImage(test::solidImage(4, 4, 9, 9, 9));
     twin->setImage(view->image());
     rig.app.keyWindow()->addSubview(view);
     rig.app.keyWindow()->addSubview(twin);
@@ -102,7 +93,7 @@ TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipp
     EXPECT_EQ(rig.backend.textures().uploads(), 1u);
 
     view->setImage(nullptr);
-    twin->setImage(solidImage(4, 4, 1, 1, 1));  // the first image is gone now
+    twin->setImage(test::solidImage(4, 4, 1, 1, 1));  // the first image is gone now
     rig.frame(0, 0, 0);
     EXPECT_EQ(rig.backend.textures().uploads(), 2u);
     EXPECT_EQ(rig.backend.textures().size(), 1u);
@@ -131,9 +122,9 @@ struct AdRig {
         auto mask = View::make({{0, 0}, {kSize, kSize}});
         mask->setBackgroundColor({0, 0, 0, 0.5});
         auto scaled = ImageView::make({{10, 10}, {80, 40}});
-        scaled->setImage(solidImage(20, 10, 255, 0, 0));
+        scaled->setImage(test::solidImage(20, 10, 255, 0, 0));
         auto plain = ImageView::make({{100, 100}, {4, 4}});
-        plain->setImage(solidImage(4, 4, 0, 255, 0));
+        plain->setImage(test::solidImage(4, 4, 0, 255, 0));
         for (const ViewPtr& v : {mask, ViewPtr(scaled), ViewPtr(plain)}) app.keyWindow()->addSubview(v);
     }
     /// Draws a frame and tells whether the scaled image landed in it.
@@ -147,64 +138,30 @@ struct AdRig {
     }
 };
 
-/// A renderer the way a host makes one: on a window of its own, or on a surface.
-struct Target {
-    SDL_Window* window = nullptr;
-    SDL_Surface* surface = nullptr;
-    SDL_Renderer* renderer = nullptr;
-    explicit Target(bool onWindow) {
-        if (onWindow) {
-            window = SDL_CreateWindow("second", 0, 0, kSize, kSize, 0);
-            renderer = SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE);
-        } else {
-            surface = SDL_CreateRGBSurfaceWithFormat(0, kSize, kSize, 32, SDL_PIXELFORMAT_ARGB8888);
-            renderer = SDL_CreateSoftwareRenderer(surface);
-        }
-    }
-    ~Target() {
-        if (renderer) SDL_DestroyRenderer(renderer);
-        if (window) SDL_DestroyWindow(window);
-        if (surface) SDL_FreeSurface(surface);
-    }
-    Target(const Target&) = delete;
-    Target& operator=(const Target&) = delete;
-};
-
+// The host destroys the renderer (and maybe its window after it), maybe releasing too late.
 TEST(SdlRenderers, AWindowRendererTheHostDestroyedIsForgottenNotDestroyedAgain) {
-    struct Case {
-        const char* name;
-        bool destroyWindow;  // after the renderer, the order SDL asks for
-        bool releaseAfter;   // the host calls releaseRenderer() too late
-    };
-    const Case cases[] = {
-        {"renderer destroyed", false, false},
-        {"renderer destroyed, then released", false, true},
-        {"renderer and window destroyed", true, false},
-        {"renderer and window destroyed, then released", true, true},
-    };
-    for (const Case& c : cases) {
-        AdRig rig;
-        auto gone = std::make_unique<Target>(true);
-        ASSERT_TRUE(gone->renderer) << SDL_GetError();
-        EXPECT_TRUE(rig.drawsInto(gone->renderer)) << c.name;
-        SDL_DestroyRenderer(gone->renderer);
-        gone->renderer = nullptr;
-        if (c.destroyWindow) {
-            SDL_DestroyWindow(gone->window);
-            gone->window = nullptr;
+    for (const bool destroyWindow : {false, true})
+        for (const bool releaseAfter : {false, true}) {
+            AdRig rig;
+            SDL_Window* window = SDL_CreateWindow("second", 0, 0, kSize, kSize, 0);
+            SDL_Renderer* gone = SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE);
+            ASSERT_TRUE(gone) << SDL_GetError();
+            EXPECT_TRUE(rig.drawsInto(gone));
+            SDL_DestroyRenderer(gone);
+            if (destroyWindow) SDL_DestroyWindow(window), window = nullptr;
+            SDL_ClearError();
+            if (releaseAfter) rig.backend->releaseRenderer();
+            // A new renderer on the same window may take the freed one's address, which
+            // nothing can tell apart: only after releasing is that safe.
+            SDL_Renderer* into = rig.display.renderer();
+            if (releaseAfter && window) into = SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE);
+            EXPECT_TRUE(rig.drawsInto(into)) << destroyWindow << releaseAfter;
+            EXPECT_STREQ(SDL_GetError(), "") << destroyWindow << releaseAfter;
+            EXPECT_TRUE(rig.drawsInto(into));
+            rig.backend.reset();  // gives up the textures of the renderer drawn into last
+            if (into != rig.display.renderer()) SDL_DestroyRenderer(into);
+            if (window) SDL_DestroyWindow(window);
         }
-        SDL_ClearError();
-        if (c.releaseAfter) rig.backend->releaseRenderer();
-        // A new renderer on the same window may take the freed one's address, which
-        // nothing can tell apart: only after releasing is that safe.
-        SDL_Renderer* into = rig.display.renderer();
-        if (c.releaseAfter && gone->window) into = SDL_CreateRenderer(gone->window, -1, SDL_RENDERER_SOFTWARE);
-        EXPECT_TRUE(rig.drawsInto(into)) << c.name;
-        EXPECT_STREQ(SDL_GetError(), "") << c.name;
-        EXPECT_TRUE(rig.drawsInto(into)) << c.name;
-        rig.backend.reset();  // gives up the textures of the renderer drawn into last
-        if (into != rig.display.renderer()) gone->renderer = into;
-    }
 }
 
 }  // namespace

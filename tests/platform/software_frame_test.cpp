@@ -7,6 +7,7 @@
 #include "platform/toolkit/Button.h"
 #include "platform/toolkit/ImageView.h"
 #include "tests/support/SdlHeadless.h"
+#include "tests/platform/pixels.h"
 
 #include <gtest/gtest.h>
 
@@ -53,22 +54,6 @@ private:
     double sx_, sy_;
 };
 
-ImagePtr pattern(int w, int h, bool holes) {
-    auto img = std::make_shared<Image>();
-    img->width = w;
-    img->height = h;
-    img->rgba.resize(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 4);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            auto* p = &img->rgba[(static_cast<std::size_t>(y) * static_cast<std::size_t>(w) + static_cast<std::size_t>(x)) * 4];
-            p[0] = static_cast<std::uint8_t>(x * 7);
-            p[1] = static_cast<std::uint8_t>(y * 5);
-            p[2] = static_cast<std::uint8_t>((x ^ y) * 3);
-            p[3] = holes ? static_cast<std::uint8_t>((x / 9 + y / 7) % 3 == 0 ? 0 : 90 + (x * y) % 160) : 255;
-        }
-    return img;
-}
-
 struct Scene {
     const char* name;
     int width, height;
@@ -95,11 +80,11 @@ TEST_P(SoftwareFrame, MatchesPlainSdlCallsPixelForPixel) {
     const Rect imageFrame{{w * 0.131 + 0.4, h * 0.077 + 0.3}, {w * 0.61 + 0.7, h * 0.71 + 0.2}};
     auto image = ImageView::make(imageFrame);
     image->setContentMode(scene.mode);
-    image->setImage(pattern(301, 257, scene.transparentCreative));
+    image->setImage(test::patternImage(301, 257, scene.transparentCreative));
     image->setAlpha(scene.imageAlpha);
     auto button = Button::make({{imageFrame.origin.x + imageFrame.size.width + 10.5, imageFrame.origin.y - 3}, {40, 40}});
     button->setContentEdgeInsets({5, 5, 5, 5});
-    button->setImage(pattern(120, 120, true), ControlState::Normal);
+    button->setImage(test::patternImage(120, 120, true), ControlState::Normal);
     for (const ViewPtr& v : {mask, ViewPtr(image), ViewPtr(button)}) window->addSubview(v);
 
     const auto background = [&] {
