@@ -26,7 +26,7 @@ std::uint8_t channel(double v) { return static_cast<std::uint8_t>(std::lround(st
 /// The unoptimised path: every fill and every image handed to SDL as it comes.
 class PlainPainter : public Painter {
 public:
-    PlainPainter(SDL_Renderer* r, TextureCache& t, double sx, double sy) : r_(r), t_(t), sx_(sx), sy_(sy) {}
+    PlainPainter(SDL_Renderer* r, TextureCache& t) : r_(r), t_(t) {}
     void fillRect(const Rect& rect, const Color& c) override {
         const SDL_FRect f = px(rect);
         if (f.w <= 0 || f.h <= 0) return;
@@ -45,13 +45,11 @@ public:
     }
 
 private:
-    SDL_FRect px(const Rect& r) const {
-        return {float(r.origin.x * sx_), float(r.origin.y * sy_), float(r.size.width * sx_),
-                float(r.size.height * sy_)};
+    static SDL_FRect px(const Rect& r) {
+        return {float(r.origin.x), float(r.origin.y), float(r.size.width), float(r.size.height)};
     }
     SDL_Renderer* r_;
     TextureCache& t_;
-    double sx_, sy_;
 };
 
 struct Scene {
@@ -87,9 +85,7 @@ TEST_P(SoftwareFrame, MatchesPlainSdlCallsPixelForPixel) {
     button->setImage(test::patternImage(120, 120, true), ControlState::Normal);
     for (const ViewPtr& v : {mask, ViewPtr(image), ViewPtr(button)}) window->addSubview(v);
 
-    const auto background = [&] {
-        display.clear(30, 60, 90);
-        // A varied background so every blend rounding shows.
+    const auto background = [&] {  // varied, so every blend rounding shows
         for (int y = 0; y < scene.height; y += 16)
             for (int x = 0; x < scene.width; x += 16) {
                 SDL_SetRenderDrawColor(display.renderer(), Uint8(x * 3), Uint8(y * 5), Uint8(x + y), 255);
@@ -111,20 +107,16 @@ TEST_P(SoftwareFrame, MatchesPlainSdlCallsPixelForPixel) {
         TextureCache textures;
         textures.bind(display.renderer());
         SDL_SetRenderDrawBlendMode(display.renderer(), SDL_BLENDMODE_BLEND);
-        PlainPainter plain(display.renderer(), textures, 1, 1);
+        PlainPainter plain(display.renderer(), textures);
         window->layoutIfNeeded();
         drawViewTree(*window, plain);
         SDL_RenderFlush(display.renderer());
         textures.clear();
     }
-    const PixelBuffer reference = display.readPixels();
-    ASSERT_EQ(fast.rgba.size(), reference.rgba.size());
-
-    EXPECT_TRUE(fast.rgba == reference.rgba) << scene.name;
+    EXPECT_TRUE(fast.rgba == display.readPixels().rgba) << scene.name;
 
     // Scaled once; again only when the on-screen size changes.
     const auto scalings = backend.softwareCache().scalings();
-    EXPECT_GE(scalings, 1u);
     for (int i = 0; i < 3; ++i) backend.render(display.renderer());
     EXPECT_EQ(backend.softwareCache().scalings(), scalings);
     image->setFrame({imageFrame.origin, {imageFrame.size.width - 20, imageFrame.size.height - 20}});
