@@ -23,24 +23,9 @@
 namespace fs = std::filesystem;
 using quov::QVDeviceInfo;
 
-namespace {
-
-const char* const kEmptyMD5 = "d41d8cd98f00b204e9800998ecf8427e";
-
-fs::path writeTemp(const std::string& content) {
-    std::string tmpl = (fs::temp_directory_path() / "quov-md5-XXXXXX").string();
-    int fd = ::mkstemp(tmpl.data());
-    if (fd < 0) throw std::runtime_error("mkstemp");
-    ::close(fd);
-    std::ofstream(tmpl, std::ios::binary) << content;
-    return tmpl;
-}
-
-}  // namespace
-
 TEST(Hash, DataMD5KnownDigests) {
     const std::pair<std::optional<std::string>, std::string> cases[] = {
-        {std::string(""), kEmptyMD5},
+        {std::string(""), "d41d8cd98f00b204e9800998ecf8427e"},
         {std::nullopt, ""},
         {std::string("abc"), "900150983cd24fb0d6963f7d28e17f72"},
         {std::string("ab\0cd", 5), "187ef4436122d1cc2f40dc2b92f0eba0"},  // stops at the zero byte: "ab"
@@ -54,7 +39,8 @@ TEST(Hash, FileMD5ReadsEveryChunkAndRefusesWhatItCannotRead) {
     for (std::size_t size : {0u, 1u, 1023u, 1024u, 1025u, 5000u}) {
         std::string bytes;
         for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>('a' + i % 26);
-        fs::path p = writeTemp(bytes);
+        const fs::path p = fs::temp_directory_path() / ("quov-md5-" + std::to_string(::getpid()));
+        std::ofstream(p, std::ios::binary) << bytes;
         EXPECT_EQ(QVDeviceInfo::fileMD5(p.string()), QVDeviceInfo::dataMD5(bytes)) << size;
         fs::remove(p);
     }
