@@ -17,19 +17,16 @@ TEST(BidModel, ReadsEveryKeyOfAWellFormedBid) {
         "check_player_url": "https://p",
         "images": [{"url": "https://img/1.png", "w": 600, "h": 500}, {"url": "u2", "w": "1", "h": "2"}]
     })"));
-    EXPECT_EQ(bid->identifier(), std::optional<std::string>("bid-1"));
+    const std::optional<std::string> texts[] = {bid->identifier(), bid->clickURL(), bid->deepLinkURL(),
+                                                bid->iOSURL(), bid->checkPlayerURL()};
+    EXPECT_EQ(std::vector(std::begin(texts), std::end(texts)),
+              (std::vector<std::optional<std::string>>{"bid-1", "https://c", "app://d", "https://i", "https://p"}));
     EXPECT_EQ(bid->adType(), 3);
-    EXPECT_EQ(bid->clickURL(), std::optional<std::string>("https://c"));
-    EXPECT_EQ(bid->deepLinkURL(), std::optional<std::string>("app://d"));
-    EXPECT_EQ(bid->iOSURL(), std::optional<std::string>("https://i"));
     EXPECT_EQ(bid->checkViews(), std::optional<Strings>(Strings{"v1", "v2"}));
     EXPECT_EQ(bid->checkClicks(), std::optional<Strings>(Strings{"c1"}));
-    EXPECT_EQ(bid->checkPlayerURL(), std::optional<std::string>("https://p"));
     ASSERT_EQ(bid->images().size(), 2u);
     EXPECT_EQ(bid->images()[0].url(), std::optional<std::string>("https://img/1.png"));
-    EXPECT_EQ(bid->images()[0].width(), 600);
-    EXPECT_EQ(bid->images()[0].height(), 500);
-    EXPECT_EQ(bid->isRendering(), 0);
+    EXPECT_TRUE(bid->images()[0].width() == 600 && bid->images()[0].height() == 500);
 }
 
 TEST(BidModel, IntegerConversions) {

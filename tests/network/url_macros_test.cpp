@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <clocale>
 #include <cstdlib>
@@ -29,23 +30,17 @@ TEST(MacroNumbers, IntegerTextRoundsToFloatThenTruncates) {
 }
 
 TEST(MacroReplace, EveryOccurrenceLeftToRightWithoutRescanningInsertedText) {
-    struct Case {
-        const char* text;
-        const char* macro;
-        const char* value;
-        const char* out;
-    };
-    const Case cases[] = {
+    const std::array<const char*, 4> cases[] = {  // text, macro, value, result
         {"a__M__b__M__c", "__M__", "x", "axbxc"},
         {"__M__", "__M__", "__M____M__", "__M____M__"},  // the value is not searched again
         {"____M__", "__M__", "v", "__v"},                 // leftmost match wins
         {"aaaa", "aa", "b", "bb"},                         // no overlap
         {"no macro", "__M__", "x", "no macro"},
     };
-    for (const Case& c : cases) {
-        std::string text = c.text;
-        network::replaceAll(text, c.macro, c.value);
-        EXPECT_EQ(text, c.out) << c.text;
+    for (const auto& [in, macro, value, out] : cases) {
+        std::string text = in;
+        network::replaceAll(text, macro, value);
+        EXPECT_EQ(text, out) << in;
     }
 }
 
