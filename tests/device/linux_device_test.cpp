@@ -18,7 +18,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -30,16 +29,14 @@ using quov::platform::LinuxDevicePlatform;
 
 namespace {
 
-// A scratch root holding only the files a case writes, and a locale environment.
+// A scratch root holding only the files a case writes.
 struct Tree {
     using Files = std::map<std::string, std::string>;
     fs::path dir;
-    Files environment;
 
     explicit Tree(const Files& files = {}) {
         std::string tmpl = (fs::temp_directory_path() / "quov-device-XXXXXX").string();
-        if (!::mkdtemp(tmpl.data())) throw std::runtime_error("mkdtemp");
-        dir = tmpl;
+        dir = ::mkdtemp(tmpl.data());
         for (const auto& [path, content] : files) write(path, content);
     }
     ~Tree() { fs::remove_all(dir); }
@@ -48,12 +45,7 @@ struct Tree {
         fs::create_directories(p.parent_path());
         std::ofstream(p, std::ios::binary) << content;
     }
-    LinuxDevicePlatform platform() const {
-        return LinuxDevicePlatform({dir.string(), [env = environment](const std::string& name) {
-                                        auto it = env.find(name);
-                                        return it == env.end() ? std::nullopt : std::optional(it->second);
-                                    }});
-    }
+    LinuxDevicePlatform platform() const { return LinuxDevicePlatform({dir.string(), {}}); }
 };
 using Files = Tree::Files;
 
@@ -62,54 +54,35 @@ const std::string kRouteHeader =
 
 std::string route(const char* iface, const char* dest, unsigned flags, int metric, const char* mask) {
     char line[160];
-    std::snprintf(line, sizeof line, "%s\t%s\t0100A8C0\t%04X\t0\t0\t%d\t%s\t0\t0\t0\n", iface, dest, flags, metric,
-                  mask);
+    std::snprintf(line, sizeof line, "%s\t%s\t0100A8C0\t%04X\t0\t0\t%d\t%s\t0\t0\t0\n", iface, dest, flags, metric, mask);
     return line;
-}
-
-std::string kernelRelease() {
-    struct utsname u {};
-    ::uname(&u);
-    return u.release;
 }
 
 }  // namespace
 
 TEST(LinuxDevice, SystemVersionFromOsReleaseElseTheKernel) {
     const std::pair<Files, std::string> cases[] = {
-        {{{"/etc/os-release", "NAME=Debian\nVERSION_ID=12\n"}}, "12"},
         {{{"/etc/os-release", "# VERSION_ID=9\n VERSION_ID=\"22.04\"\nID=ubuntu"}}, "22.04"},
         {{{"/etc/os-release", "VERSION_ID='3.18'\nVERSION_ID=\"1\\\"x\n"}}, "1\"x"},  // last wins, escape, no end quote
         {{{"/usr/lib/os-release", "VERSION_ID=39\n"}}, "39"},
         {{{"/etc/os-release", "BUILD_ID=rolling\n"}, {"/proc/sys/kernel/osrelease", "6.9.1-arch1\n"}}, "6.9.1-arch1"},
-        {{{"/etc/os-release", "VERSION_ID=\"\"\n"}, {"/proc/sys/kernel/osrelease", "5.10.0"}}, "5.10.0"},
-        {{{"/etc/os-release", std::string("\0\xff=VERSION_ID\n==\n", 15)}, {"/proc/sys/kernel/osrelease", "6.1"}},
-         "6.1"},
-        {{}, kernelRelease()},
+        {{}, [] { utsname u{}; return ::uname(&u), std::string(u.release); }()},
     };
-    for (const auto& [files, expected] : cases) {
-        EXPECT_EQ(Tree(files).platform().systemVersion(), expected);
-    }
+    for (const auto& [files, expected] : cases) EXPECT_EQ(Tree(files).platform().systemVersion(), expected);
 }
 
+// Kernel 6.9 sits below the rule's 7, yet the readable hardware address is never sent.
 TEST(LinuxDevice, MacAddressIsTheVendorIdentifierNeverTheHardwareAddress) {
-    // Distribution and kernel versions (12, 6.9.1) sit below the rule's 7, where the
-    // readable hardware address would be sent.
-    for (const char* osRelease : {"VERSION_ID=\"12\"\n", "BUILD_ID=rolling\n"}) {
-        for (bool machineId : {true, false}) {
-            Tree t(Files{{"/etc/os-release", osRelease}, {"/proc/sys/kernel/osrelease", "6.9.1-arch1-1\n"},
-                         {"/proc/net/route", kRouteHeader + route("eth0", "00000000", 3, 100, "00000000")},
-                         {"/sys/class/net/eth0/address", "02:fc:11:22:33:44\n"}});
-            if (machineId) t.write("/etc/machine-id", "3d1219c7c4c5404aaa1f6d2a48adfda4\n");
-            auto p = std::make_shared<LinuxDevicePlatform>(LinuxDevicePlatform::Options{t.dir.string(), {}});
-            p->setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
-            ASSERT_TRUE(p->hardwareAddress("eth0"));
-            quov::platform::Context::ScopedDevicePlatform scope(quov::platform::Context::shared(), p);
-            const std::string expected =
-                machineId ? std::regex_replace(*p->identifierForVendor(), std::regex("-"), "") : "000000000000";
-            EXPECT_EQ(quov::QVDeviceInfo::getMacAddress(), expected) << osRelease << ", machine id " << machineId;
-        }
-    }
+    Tree t(Files{{"/proc/sys/kernel/osrelease", "6.9.1-arch1-1\n"},
+                 {"/proc/net/route", kRouteHeader + route("eth0", "00000000", 3, 100, "00000000")},
+                 {"/sys/class/net/eth0/address", "02:fc:11:22:33:44\n"}});
+    auto p = std::make_shared<LinuxDevicePlatform>(LinuxDevicePlatform::Options{t.dir.string(), {}});
+    p->setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
+    ASSERT_TRUE(p->hardwareAddress("eth0"));
+    quov::platform::Context::ScopedDevicePlatform scope(quov::platform::Context::shared(), p);
+    EXPECT_EQ(quov::QVDeviceInfo::getMacAddress(), "000000000000") << "no machine id: no vendor identifier";
+    t.write("/etc/machine-id", "3d1219c7c4c5404aaa1f6d2a48adfda4\n");
+    EXPECT_EQ(quov::QVDeviceInfo::getMacAddress(), std::regex_replace(*p->identifierForVendor(), std::regex("-"), ""));
 }
 
 TEST(LinuxDevice, ChassisGivesModelWordAndIdiom) {
@@ -118,18 +91,16 @@ TEST(LinuxDevice, ChassisGivesModelWordAndIdiom) {
         std::string model;
         std::optional<int> idiom;
     } cases[] = {
-        {{{"/etc/machine-info", "PRETTY_HOSTNAME=x\nCHASSIS=handset\n"}}, "Handset", 0},
+        {{{"/etc/machine-info", "X=y\nCHASSIS=handset\n"}}, "Handset", 0},
         {{{"/sys/firmware/devicetree/base/chassis-type", std::string("tablet\0", 7)}}, "Tablet", 1},
         {{{"/sys/class/dmi/id/chassis_type", "9\n"}}, "Laptop", 5},
-        {{{"/sys/class/dmi/id/chassis_type", "2\n"}}, "Computer", std::nullopt},
         {{{"/etc/machine-info", "CHASSIS=spaceship\n"}, {"/sys/class/dmi/id/chassis_type", "17"}}, "Server", 5},
         {{}, "Computer", std::nullopt},
     };
     for (const auto& c : cases) {
         Tree t(c.files);
-        auto p = t.platform();
-        EXPECT_EQ(p.model(), c.model);
-        EXPECT_EQ(p.userInterfaceIdiom(), c.idiom) << c.model;
+        EXPECT_EQ(t.platform().model(), c.model);
+        EXPECT_EQ(t.platform().userInterfaceIdiom(), c.idiom) << c.model;
     }
 }
 
@@ -150,6 +121,14 @@ TEST(LinuxDevice, VendorIdentifierIsDerivedPerAppAndNeverTheMachineId) {
     for (const std::string& bad : std::vector<std::string>{"", "uninitialized\n", "3d1219c7c4c5404a", machineId + "00",
                                                           "zz1219c7c4c5404aaa1f6d2a48adfda4", std::string(32, '0')})
         EXPECT_EQ(vendorId("/etc/machine-id", bad, "com.example.one"), std::nullopt) << "'" << bad << "'";
+
+    // Kept for the process, but not the placeholder of a first boot still under way.
+    Tree t(Files{{"/etc/machine-id", "uninitialized\n"}});
+    auto p = t.platform();
+    p.setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
+    EXPECT_EQ(p.identifierForVendor(), std::nullopt);
+    t.write("/etc/machine-id", machineId);
+    EXPECT_EQ(p.identifierForVendor(), one);
 }
 
 TEST(LinuxDevice, PrimaryInterfaceAndReachabilityFromTheRoutingTable) {
@@ -165,10 +144,7 @@ TEST(LinuxDevice, PrimaryInterfaceAndReachabilityFromTheRoutingTable) {
          kReachable},
         {route("eth0", "00000000", 2, 0, "00000000") + route("wlan0", "00000000", 3, 600, "00000000"), {}, "wlan0",
          kReachable},  // a route that is not up does not count
-        {route("eth0", "0000A8C0", 1, 0, "00FFFFFF"), {}, std::nullopt, 0u},
         {route("wwan0", "00000000", 3, 0, "00000000"), {}, "wwan0", kReachable | kIsCellular},
-        {route("usb0", "00000000", 3, 0, "00000000"), {{"/sys/class/net/usb0/uevent", "DEVTYPE=wwan\n"}}, "usb0",
-         kReachable | kIsCellular},
         {"garbage\n\n\tonly\ttwo\neth0\tZZZZZZZZ\t0\t3\t0\t0\t0\t00000000\n" +
              route("tun0", "00000000", 1, 0, "000000FF") + route("eth1", "00000000", 3, 5, "00000000"),
          {}, "eth1", kReachable},
@@ -177,9 +153,8 @@ TEST(LinuxDevice, PrimaryInterfaceAndReachabilityFromTheRoutingTable) {
     for (const auto& c : cases) {
         Tree t(c.extra);
         t.write("/proc/net/route", kRouteHeader + c.table);
-        auto p = t.platform();
-        EXPECT_EQ(p.primaryInterfaceName(), c.primary) << c.table;
-        EXPECT_EQ(p.reachabilityFlags("bid.example.com"), c.flags) << c.table;
+        EXPECT_EQ(t.platform().primaryInterfaceName(), c.primary) << c.table;
+        EXPECT_EQ(t.platform().reachabilityFlags("bid.example.com"), c.flags) << c.table;
     }
     // 192.168.1.0/24 on a modem, default over ethernet.
     Tree t(Files{{"/proc/net/route", kRouteHeader + route("eth0", "00000000", 3, 100, "00000000") +
@@ -188,7 +163,6 @@ TEST(LinuxDevice, PrimaryInterfaceAndReachabilityFromTheRoutingTable) {
     EXPECT_EQ(t.platform().reachabilityFlags("8.8.8.8"), kReachable);
 
     Tree none;
-    EXPECT_EQ(none.platform().primaryInterfaceName(), std::nullopt);
     EXPECT_EQ(none.platform().reachabilityFlags("8.8.8.8"), std::nullopt) << "unreadable table: no flags";
     EXPECT_EQ(none.platform().reachabilityFlags("127.0.0.1"), kReachable) << "loopback needs no table";
 }
@@ -200,11 +174,9 @@ TEST(LinuxDevice, BatteryFromPowerSupplies) {
         int state;
     } cases[] = {
         {{}, std::nullopt, 0},
-        {{{"AC", "Mains", "", "", ""}}, std::nullopt, 0},
         {{{"AC", "Mains", "", "", ""}, {"BAT0", "Battery", "57\n", "Discharging\n", ""}}, 57, 1},
         {{{"BAT0", "Battery", "80", "Not charging", ""}}, 80, 1},
         {{{"BAT0", "Battery", "abc", "Charging", ""}}, std::nullopt, 2},
-        {{{"BAT0", "Battery", "99999999999", "Unknown", ""}}, std::nullopt, 0},
         {{{"hid_battery", "Battery", "5", "Discharging", "Device"}, {"BAT1", "Battery", "150", "Full", ""}}, 150, 3},
     };
     for (const auto& c : cases) {
@@ -216,75 +188,31 @@ TEST(LinuxDevice, BatteryFromPowerSupplies) {
             for (int i = 0; i < 4; ++i)
                 if (!s[i + 1].empty()) t.write(base + files[i], s[i + 1]);
         }
-        auto p = t.platform();
-        EXPECT_EQ(p.batteryCapacity(), c.capacity) << c.supplies.size();
-        EXPECT_EQ(p.batteryState(), c.state) << c.supplies.size();
+        EXPECT_EQ(t.platform().batteryCapacity(), c.capacity) << c.supplies.size();
+        EXPECT_EQ(t.platform().batteryState(), c.state) << c.supplies.size();
     }
 }
 
-TEST(LinuxDevice, MachineIdReadEarlyInFirstBootIsNotKept) {
-    // The identity is kept for the process; the placeholder written before the
-    // first boot completes must not become it.
-    Tree t(Files{{"/etc/machine-id", "uninitialized\n"}});
+// Inside one record a fact is read once; outside, every read sees the tree as it is now.
+TEST(LinuxDevice, ARecordReadsEachFactOnce) {
+    Tree t(Files{{"/proc/net/route", kRouteHeader + route("lo", "00000000", 3, 0, "00000000")},
+                 {"/sys/class/net/lo/address", "00:00:00:00:00:00\n"}});
     auto p = t.platform();
-    p.setBundleInfo({{"CFBundleIdentifier", "com.example.one"}});
-    EXPECT_EQ(p.identifierForVendor(), std::nullopt);
-    t.write("/etc/machine-id", "3d1219c7c4c5404aaa1f6d2a48adfda4\n");
-    const auto one = p.identifierForVendor();
-    ASSERT_TRUE(one) << "the id written later is read";
-    p.setBundleInfo({{"CFBundleIdentifier", "com.example.two"}});
-    EXPECT_NE(p.identifierForVendor(), one) << "each bundle identifier derives its own";
-}
-
-// Live facts in a scripted root change between two records; the second must see
-// every change, while inside one record a fact is read once.
-TEST(LinuxDevice, EachRecordSeesTheFactsAsTheyAreNow) {
-    Tree t;
-    auto setBattery = [&t](const char* name, const char* capacity, const char* status) {
-        const std::string base = std::string("/sys/class/power_supply/") + name + "/";
-        t.write(base + "type", "Battery\n");
-        t.write(base + "capacity", capacity);
-        t.write(base + "status", status);
-    };
-    t.write("/proc/net/route", kRouteHeader + route("quovnone0", "00000000", 3, 0, "00000000"));
-    t.write("/sys/class/net/lo/address", "00:00:00:00:00:00\n");
-    setBattery("BAT0", "57\n", "Discharging\n");
-    auto p = std::make_shared<LinuxDevicePlatform>(LinuxDevicePlatform::Options{t.dir.string(), {}});
-    p->setBundleInfo({{"CFBundleIdentifier", "com.example.one"}, {"CFBundleShortVersionString", "1.0"},
-                      {"CFBundleName", "one"}});
-    quov::platform::Context::ScopedDevicePlatform scope(quov::platform::Context::shared(), p);
-
-    auto first = quov::QVDeviceInfo::deviceInfo();
-    EXPECT_EQ(first.text("IP"), std::optional<std::string>("an error occurred when obtaining ip address"));
-    EXPECT_EQ(first.number("BatteryLevel"), 57.0);
-    EXPECT_EQ(first.text("BatteryState"), std::optional<std::string>("Unplugged"));
-
-    // The default route moves to the loopback interface (whose address is real),
-    // and the battery is replaced by another one.
-    t.write("/proc/net/route", kRouteHeader + route("lo", "00000000", 3, 0, "00000000"));
-    fs::remove_all(t.dir / "sys/class/power_supply/BAT0");
-    setBattery("BAT1", "80\n", "Charging\n");
-    auto second = quov::QVDeviceInfo::deviceInfo();
-    EXPECT_EQ(second.text("IP"), std::optional<std::string>("127.0.0.1"));
-    EXPECT_EQ(second.number("BatteryLevel"), 80.0);
-    EXPECT_EQ(second.text("BatteryState"), std::optional<std::string>("Charging"));
-
     {
         const quov::platform::RecordScope record;
-        EXPECT_EQ(p->primaryInterfaceName(), std::optional<std::string>("lo"));
-        EXPECT_EQ(p->hardwareAddress("lo"), (quov::platform::HardwareAddress{}));
+        EXPECT_EQ(p.primaryInterfaceName(), std::optional<std::string>("lo"));
+        EXPECT_EQ(p.hardwareAddress("lo"), (quov::platform::HardwareAddress{}));
         t.write("/proc/net/route", kRouteHeader + route("eth7", "00000000", 3, 0, "00000000"));
         t.write("/sys/class/net/lo/address", "02:00:00:00:00:01\n");
-        EXPECT_EQ(p->primaryInterfaceName(), std::optional<std::string>("lo")) << "one record, one read";
-        EXPECT_EQ(p->hardwareAddress("lo"), (quov::platform::HardwareAddress{}));
+        EXPECT_EQ(p.primaryInterfaceName(), std::optional<std::string>("lo"));
+        EXPECT_EQ(p.hardwareAddress("lo"), (quov::platform::HardwareAddress{}));
     }
-    EXPECT_EQ(p->primaryInterfaceName(), std::optional<std::string>("eth7")) << "outside a record, live";
-    EXPECT_EQ(p->hardwareAddress("lo"), (quov::platform::HardwareAddress{2, 0, 0, 0, 0, 1}));
+    EXPECT_EQ(p.primaryInterfaceName(), std::optional<std::string>("eth7"));
+    EXPECT_EQ(p.hardwareAddress("lo"), (quov::platform::HardwareAddress{2, 0, 0, 0, 0, 1}));
 }
 
-// The real system's facts are kept between records only while the kernel reports
-// no change: in a network namespace of its own a child changes the loopback
-// interface and the routes behind the platform's back.
+// Kept between records only while the kernel reports no change: a child in a network
+// namespace of its own changes the loopback interface and the routes.
 TEST(LinuxDevice, RealFactsFollowKernelChanges) {
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);

@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <clocale>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <cmath>
@@ -21,41 +21,26 @@ using test::NetworkScope;
 
 TEST(MacroNumbers, IntegerTextRoundsToFloatThenTruncates) {
     const double inf = std::numeric_limits<double>::infinity();
-    struct Case {
-        double in;
-        const char* out;
-    };
-    const Case cases[] = {
-        {153.9, "153"},       {-0.7, "0"},          {-1.2, "-1"},        {0.0, "0"},
-        {-0.0, "0"},          {0.99999998, "1"},    {0.9999, "0"},       {1.0, "1"},
+    const std::pair<double, const char*> cases[] = {
+        {153.9, "153"}, {-0.7, "0"}, {-1.2, "-1"}, {-0.0, "0"}, {0.99999998, "1"}, {0.9999, "0"},
         {16777217.0, "16777216"},  // single precision loses the last unit
-        {1e30, "9223372036854775807"}, {-1e30, "-9223372036854775808"},
-        {1e300, "9223372036854775807"}, {std::nan(""), "0"}, {inf, "0"}, {-inf, "0"},
+        {1e30, "9223372036854775807"}, {-1e300, "-9223372036854775808"}, {std::nan(""), "0"}, {inf, "0"},
     };
-    for (const Case& c : cases) EXPECT_EQ(network::integerText(c.in), c.out) << c.in;
+    for (const auto& [in, out] : cases) EXPECT_EQ(network::integerText(in), out) << in;
 }
 
 TEST(MacroReplace, EveryOccurrenceLeftToRightWithoutRescanningInsertedText) {
-    struct Case {
-        const char* text;
-        const char* macro;
-        const char* value;
-        const char* out;
-    };
-    const Case cases[] = {
+    const std::array<const char*, 4> cases[] = {  // text, macro, value, result
         {"a__M__b__M__c", "__M__", "x", "axbxc"},
-        {"__M____M__", "__M__", "", ""},
         {"__M__", "__M__", "__M____M__", "__M____M__"},  // the value is not searched again
         {"____M__", "__M__", "v", "__v"},                 // leftmost match wins
         {"aaaa", "aa", "b", "bb"},                         // no overlap
         {"no macro", "__M__", "x", "no macro"},
-        {"__m__", "__M__", "x", "__m__"},
-        {"", "__M__", "x", ""},
     };
-    for (const Case& c : cases) {
-        std::string text = c.text;
-        network::replaceAll(text, c.macro, c.value);
-        EXPECT_EQ(text, c.out) << c.text;
+    for (const auto& [in, macro, value, out] : cases) {
+        std::string text = in;
+        network::replaceAll(text, macro, value);
+        EXPECT_EQ(text, out) << in;
     }
 }
 
@@ -76,7 +61,6 @@ TEST_F(Macros, IdentityPassFillsWhatIsKnownAndLeavesTheRest) {
     const std::vector<Case> cases = {
         {"empty imei stays", std::string(""), std::string("abc"), "http://t/?i=__IMEI__&o=__OAID__",
          "http://t/?i=__IMEI__&o=abc"},
-        {"absent stays like empty", std::nullopt, std::nullopt, "?i=__IMEI__&o=__OAID__", "?i=__IMEI__&o=__OAID__"},
         {"both set", std::string("86"), std::string("o1"), "?i=__IMEI__&o=__OAID__&i2=__IMEI__", "?i=86&o=o1&i2=86"},
         {"mac twice, idfa", std::string(""), std::string(""), "?a=__MAC__&b=__MAC__&d=__IDFA__",
          "?a=" + mac + "&b=" + mac + "&d=6D92078A-8246-4BA4-AE5B-76104861E7DC"},
@@ -94,15 +78,10 @@ TEST_F(Macros, IdentityPassFillsWhatIsKnownAndLeavesTheRest) {
 }
 
 TEST_F(Macros, TimeStampIsNowInSecondsWithFraction) {
-    const double before = std::floor(
-        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
     const std::string out = QVRequestHelper::formatURL("__STMS__");
-    const double stamped = std::stod(out);
-    EXPECT_GE(stamped, before);
-    EXPECT_LT(stamped, before + 3600);
-    EXPECT_EQ(out.find('e'), std::string::npos) << out;
-    const auto dot = out.find('.');
-    EXPECT_EQ(dot == std::string::npos ? out.size() : dot, 10u) << out;
+    EXPECT_NEAR(std::stod(out), std::chrono::duration<double>(now).count(), 3600);
+    EXPECT_EQ(out.substr(0, out.find('.')).size(), 10u) << out;
 }
 
 std::string touchUrl() {
@@ -121,9 +100,6 @@ TEST(MacroNumbers, RealTextIgnoresTheHostsNumericLocale) {
     ::setenv("LOCPATH", dir, 1);
     const std::string saved = std::setlocale(LC_ALL, nullptr);
     ASSERT_NE(std::setlocale(LC_NUMERIC, "de_DE.UTF-8"), nullptr);
-    char probe[16];
-    std::snprintf(probe, sizeof probe, "%g", 12.5);
-    EXPECT_STREQ(probe, "12,5") << "the locale is in force";
     EXPECT_EQ(QVRequestHelper::formatURL("?d=__CLICK_DOWN_TIME__&u=__CLICK_UP_TIME__", {300, 400}, {10, 20},
                                          1700000000.25, {12, 25}, 12.5),
               "?d=1700000000.25&u=12.5");
@@ -149,10 +125,8 @@ TEST(TouchMacros, FollowTheTableIncludingItsAsymmetries) {
          "dx=300&dy=-450&ux=300&uy=-450&rdx=1&rdy=-1&rux=-1&ruy=-1&td=1&tu=2"},
         {"up y is never used, up x divides the height", {100, 50}, {0, 0}, 0, {120, 0}, 0,
          "dx=0&dy=0&ux=0&uy=0&rdx=0&rdy=0&rux=1&ruy=2&td=0&tu=0"},
-        {"zero size gives 0", {0, 0}, {10, 0}, 1, {10, 10}, 1,
-         "dx=10&dy=0&ux=10&uy=0&rdx=0&rdy=0&rux=0&ruy=0&td=1&tu=1"},
-        {"times keep their fraction", {1, 1}, {0, 0}, 1700000000.25, {0, 0}, 1700000001.5,
-         "dx=0&dy=0&ux=0&uy=0&rdx=0&rdy=0&rux=0&ruy=0&td=1700000000.25&tu=1700000001.5"},
+        {"zero size gives 0, times keep their fraction", {0, 0}, {10, 0}, 1700000000.25, {10, 10}, 1.5,
+         "dx=10&dy=0&ux=10&uy=0&rdx=0&rdy=0&rux=0&ruy=0&td=1700000000.25&tu=1.5"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

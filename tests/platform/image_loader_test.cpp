@@ -48,8 +48,7 @@ protected:
 // Image views bound to URLs, through a loader of their own.
 class ImageViewURLTest : public ImageLoaderTest {
 protected:
-    // Runs the loop until the loader answered for path: a load made now joins the same
-    // download (or hits the cache) and is answered after every earlier waiter.
+    // A load made now joins the same download (or hits the cache), answered after every earlier waiter.
     void settle(const std::string& path) { load(loader_, path); }
     ImageLoader loader_{http_, loop_};
 };
@@ -58,13 +57,10 @@ TEST_F(ImageLoaderTest, AnySuccessfulAnswerWithImageBytesGivesAnImage) {
     const std::vector<std::tuple<const char*, Answer, bool>> cases = {
         {"/ok", png(4), true},
         {"/octet-stream", Answer{200, "application/octet-stream", pngBytes(4)}, true},
-        {"/non-authoritative", Answer{203, "", pngBytes(4)}, true},
         {"/chunked", Answer{200, "image/png", pngBytes(4), 0ms, true}, true},
         {"/no-content", Answer::empty(204), false},
         {"/missing", Answer{404, "image/png", pngBytes(4)}, false},
-        {"/error", Answer{500, "image/png", pngBytes(4)}, false},
         {"/corrupt", Answer{200, "image/png", pngBytes(4).substr(0, 40)}, false},
-        {"/html", Answer{200, "text/html", "<html>gone</html>"}, false},
         {"/huge-claim", Answer{200, "", quov::test::withPNGSize(pngBytes(4), 100000, 100000)}, false},
     };
     URLs urls;
@@ -78,8 +74,7 @@ TEST_F(ImageLoaderTest, AnySuccessfulAnswerWithImageBytesGivesAnImage) {
 // Without a TestServer: nothing here may reach one.
 TEST(ImageLoader, AbsentMalformedAndUnreachableURLsGiveNull) {
     const URLs urls = {
-        std::nullopt, "", "not a url", "//127.0.0.1/a.png", "http://", "ftp://127.0.0.1/a.png",
-        "file:///etc/passwd", "data:image/png;base64,iVBORw0KGgo=", "http://127.0.0.1:1/a b.png",
+        std::nullopt, "", "not a url", "//127.0.0.1/a.png", "ftp://127.0.0.1/a.png", "file:///etc/passwd",
         "http://127.0.0.1:" + std::to_string(quov::test::TestServer::deadPort()) + "/a.png",
     };
     quov::MainLoop loop;

@@ -1,13 +1,12 @@
-// The SDL backend on the offscreen driver: what it draws, read back as pixels,
-// and how it turns SDL events into touches and orientation changes.
+// The SDL backend on the offscreen driver: what it draws, read back as pixels, and
+// what it does when the host changes renderers.
 #include <quov/QuovSDL.h>  // first: the public header stands on its own
 
 #include "platform/toolkit/Application.h"
-#include "platform/toolkit/Button.h"
 #include "platform/toolkit/ImageView.h"
-#include "platform/media/ResourceBundle.h"
 #include "platform/sdl/SdlBackend.h"
 #include "tests/support/SdlHeadless.h"
+#include "tests/platform/pixels.h"
 
 #include <gtest/gtest.h>
 
@@ -19,29 +18,11 @@ namespace {
 using namespace quov;
 using namespace quov::platform;
 
-ImagePtr solidImage(int w, int h, std::uint8_t r, std::uint8_t g, std::uint8_t b) {
-    auto img = std::make_shared<Image>();
-    img->width = w;
-    img->height = h;
-    const std::uint8_t pixel[] = {r, g, b, 255};
-    img->rgba = PixelBytes(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 4);
-    for (std::size_t i = 0; i < img->rgba.size(); ++i) img->rgba[i] = pixel[i % 4];
-    return img;
-}
-
 ::testing::AssertionResult near(PixelBuffer::Pixel p, int r, int g, int b) {
     if (std::abs(p.r - r) <= 2 && std::abs(p.g - g) <= 2 && std::abs(p.b - b) <= 2)
         return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << "pixel (" << p.r << ", " << p.g << ", " << p.b << "), expected (" << r
                                          << ", " << g << ", " << b << ")";
-}
-
-ViewPtr addBox(const ViewPtr& parent, Rect frame, Color colour, double alpha = 1) {
-    auto box = View::make(frame);
-    box->setBackgroundColor(colour);
-    box->setAlpha(alpha);
-    parent->addSubview(box);
-    return box;
 }
 
 /// A headless display of the given pixel size with an application attached.
@@ -52,54 +33,20 @@ struct Rig {
     SdlBackend backend{app};  // after the display: its textures go first
 
     Rig(int w, int h) : display(w, h) { backend.attachWindow(display.window()); }
-    std::shared_ptr<Window> window() { return app.keyWindow(); }
 
     PixelBuffer frame(std::uint8_t r, std::uint8_t g, std::uint8_t b) {
         display.clear(r, g, b);
         backend.render(display.renderer());
         return display.readPixels();
     }
-    /// Feeds SDL's queued window events to the backend, as a host loop would.
-    void pumpWindowEvents() {
-        SDL_PumpEvents();
-        SDL_Event e;
-        while (SDL_PeepEvents(&e, 1, SDL_GETEVENT, SDL_WINDOWEVENT, SDL_WINDOWEVENT) == 1) backend.processEvent(e);
-    }
-    bool mouse(Uint32 type, int x, int y, Uint32 which = 0) {
-        SDL_Event e{};
-        e.type = type;
-        e.button.windowID = SDL_GetWindowID(display.window());
-        e.button.which = which;
-        e.button.button = SDL_BUTTON_LEFT;
-        e.button.x = x;
-        e.button.y = y;
-        return backend.processEvent(e);
-    }
-    bool finger(Uint32 type, float x, float y) {  // fractions of the window
-        SDL_Event e{};
-        e.type = type;
-        e.tfinger.windowID = SDL_GetWindowID(display.window());
-        e.tfinger.touchId = 3;
-        e.tfinger.fingerId = 1;
-        e.tfinger.x = x;
-        e.tfinger.y = y;
-        return backend.processEvent(e);
-    }
-    /// A button whose touch-ups inside are counted, with the last one's location.
-    std::shared_ptr<Button> tapCounter(Rect frame, int& taps, Point& at) {
-        auto button = Button::make(frame);
-        button->addTarget(std::weak_ptr<void>{}, [&taps, &at](Button& sender, const TouchEvent& e) {
-            ++taps;
-            at = locationInView(e.anyTouchForView(sender), sender);
-        }, ControlEventTouchUpInside);
-        return button;
-    }
 };
 
 TEST(SdlRender, PointsScaleToPixelsAndTheHostsRendererStateIsRestored) {
     Rig rig(200, 100);
     rig.backend.setUIScale(2);  // 100 x 50 points
-    addBox(rig.window(), {{10, 10}, {20, 20}}, {0, 1, 0, 1});
+    auto box = View::make({{10, 10}, {20, 20}});
+    box->setBackgroundColor({0, 1, 0, 1});
+    rig.app.keyWindow()->addSubview(box);
 
     SDL_Renderer* r = rig.display.renderer();
     rig.display.clear(0, 0, 0);
@@ -120,11 +67,8 @@ TEST(SdlRender, PointsScaleToPixelsAndTheHostsRendererStateIsRestored) {
     SDL_RenderGetClipRect(r, &c);
     SDL_GetRenderDrawColor(r, &col[0], &col[1], &col[2], &col[3]);
     SDL_GetRenderDrawBlendMode(r, &mode);
-    EXPECT_TRUE(sx == 1.5f && sy == 1.25f);
-    EXPECT_TRUE(SDL_RectEquals(&v, &viewport));
-    EXPECT_TRUE(SDL_RectEquals(&c, &clip));
-    EXPECT_TRUE(col[0] == 1 && col[1] == 2 && col[2] == 3 && col[3] == 4);
-    EXPECT_EQ(mode, SDL_BLENDMODE_ADD);
+    EXPECT_TRUE(sx == 1.5f && sy == 1.25f && SDL_RectEquals(&v, &viewport) && SDL_RectEquals(&c, &clip));
+    EXPECT_TRUE(col[0] == 1 && col[1] == 2 && col[2] == 3 && col[3] == 4 && mode == SDL_BLENDMODE_ADD);
 
     // Drawn unclipped at twice the point size, whatever the host had set.
     SDL_RenderSetScale(r, 1, 1);
@@ -140,16 +84,16 @@ TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipp
     Rig rig(50, 50);
     // Shown at their own size: the software renderer keeps scaled copies elsewhere.
     auto view = ImageView::make({{0, 0}, {4, 4}}), twin = ImageView::make({{10, 10}, {4, 4}});
-    view->setImage(solidImage(4, 4, 9, 9, 9));
+    view->setImage(test::solidImage(4, 4, 9, 9, 9));
     twin->setImage(view->image());
-    rig.window()->addSubview(view);
-    rig.window()->addSubview(twin);
+    rig.app.keyWindow()->addSubview(view);
+    rig.app.keyWindow()->addSubview(twin);
     rig.frame(0, 0, 0);
     rig.frame(0, 0, 0);
     EXPECT_EQ(rig.backend.textures().uploads(), 1u);
 
     view->setImage(nullptr);
-    twin->setImage(solidImage(4, 4, 1, 1, 1));  // the first image is gone now
+    twin->setImage(test::solidImage(4, 4, 1, 1, 1));  // the first image is gone now
     rig.frame(0, 0, 0);
     EXPECT_EQ(rig.backend.textures().uploads(), 2u);
     EXPECT_EQ(rig.backend.textures().size(), 1u);
@@ -159,6 +103,65 @@ TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipp
     twin->setImage(broken);
     rig.frame(0, 0, 0);
     EXPECT_EQ(rig.backend.textures().uploads(), 2u);
+}
+
+constexpr int kSize = 120;
+
+// What the backend held on one renderer it gives up when the host moves to another,
+// and what a host-destroyed renderer held it never touches (memory checkers see the
+// rest). The ad's kinds of textures: a mask (a fill tile), a scaled image (a
+// prescaled copy) and an image at its own size (a plain upload).
+struct AdRig {
+    HeadlessDisplay display{kSize, kSize};
+    MainLoop loop;
+    Application app{loop};
+    std::unique_ptr<SdlBackend> backend = std::make_unique<SdlBackend>(app);
+
+    AdRig() {
+        backend->attachWindow(display.window());
+        auto mask = View::make({{0, 0}, {kSize, kSize}});
+        mask->setBackgroundColor({0, 0, 0, 0.5});
+        auto scaled = ImageView::make({{10, 10}, {80, 40}});
+        scaled->setImage(test::solidImage(20, 10, 255, 0, 0));
+        auto plain = ImageView::make({{100, 100}, {4, 4}});
+        plain->setImage(test::solidImage(4, 4, 0, 255, 0));
+        for (const ViewPtr& v : {mask, ViewPtr(scaled), ViewPtr(plain)}) app.keyWindow()->addSubview(v);
+    }
+    /// Draws a frame and tells whether the scaled image landed in it.
+    bool drawsInto(SDL_Renderer* r) {
+        SDL_SetRenderDrawColor(r, 0, 0, 255, 255);
+        SDL_RenderClear(r);
+        backend->render(r);
+        Uint8 px[4]{};
+        const SDL_Rect at{50, 30, 1, 1};
+        return SDL_RenderReadPixels(r, &at, SDL_PIXELFORMAT_RGBA32, px, 4) == 0 && px[0] == 255 && px[2] == 0;
+    }
+};
+
+// The host destroys the renderer (and maybe its window after it), maybe releasing too late.
+TEST(SdlRenderers, AWindowRendererTheHostDestroyedIsForgottenNotDestroyedAgain) {
+    for (const bool destroyWindow : {false, true})
+        for (const bool releaseAfter : {false, true}) {
+            AdRig rig;
+            SDL_Window* window = SDL_CreateWindow("second", 0, 0, kSize, kSize, 0);
+            SDL_Renderer* gone = SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE);
+            ASSERT_TRUE(gone) << SDL_GetError();
+            EXPECT_TRUE(rig.drawsInto(gone));
+            SDL_DestroyRenderer(gone);
+            if (destroyWindow) SDL_DestroyWindow(window), window = nullptr;
+            SDL_ClearError();
+            if (releaseAfter) rig.backend->releaseRenderer();
+            // A new renderer on the same window may take the freed one's address, which
+            // nothing can tell apart: only after releasing is that safe.
+            SDL_Renderer* into = rig.display.renderer();
+            if (releaseAfter && window) into = SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE);
+            EXPECT_TRUE(rig.drawsInto(into)) << destroyWindow << releaseAfter;
+            EXPECT_STREQ(SDL_GetError(), "") << destroyWindow << releaseAfter;
+            EXPECT_TRUE(rig.drawsInto(into));
+            rig.backend.reset();  // gives up the textures of the renderer drawn into last
+            if (into != rig.display.renderer()) SDL_DestroyRenderer(into);
+            if (window) SDL_DestroyWindow(window);
+        }
 }
 
 }  // namespace

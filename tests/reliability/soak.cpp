@@ -12,7 +12,6 @@
 
 #include "network/BidServerBase.h"
 #include "platform/Context.h"
-#include "platform/device/DevicePlatform.h"
 #include "support/RecordingDelegate.h"
 #include "tests/support/fake_device.h"
 #include "tools/bid_server/BidServer.h"
@@ -29,30 +28,24 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace {
 
-// Freed memory the allocator still holds is not growth: hand it back before sampling.
-long statusField(const char* name);
-
-long residentKiB() {
-    malloc_trim(0);
-    return statusField("VmRSS:");
-}
-
 long statusField(const char* name) {  // a /proc/self/status number (kB for sizes)
     std::ifstream status("/proc/self/status");
     std::string key;
     long value = -1;
-    while (status >> key)
-        if (key == name) {
-            status >> value;
-            break;
-        }
+    while (status >> key && key != name) {}
+    status >> value;
     return value;
+}
+
+// Freed memory the allocator still holds is not growth: hand it back before sampling.
+long residentKiB() {
+    malloc_trim(0);
+    return statusField("VmRSS:");
 }
 
 long openDescriptors() {
@@ -61,13 +54,11 @@ long openDescriptors() {
     return n - 1;  // the iterator's own
 }
 
-// Forked before any thread exists; the child serves until the soak ends (or dies).
-// Returns the server's base URL and the child's pid, or an empty URL.
+// Forked before any thread exists; the child serves until the soak's SIGTERM.
+// Returns the server's base URL, or an empty one.
 std::string startServerProcess(pid_t& child) {
     int fds[2];
-    if (::pipe(fds) != 0) return {};
-    child = ::fork();
-    if (child < 0) return {};
+    if (::pipe(fds) != 0 || (child = ::fork()) < 0) return {};
     if (child == 0) {
         ::close(fds[0]);
         ::prctl(PR_SET_PDEATHSIG, SIGTERM);
@@ -75,8 +66,7 @@ std::string startServerProcess(pid_t& child) {
         server.start();
         const std::string base = server.baseUrl() + "\n";
         if (::write(fds[1], base.data(), base.size()) != static_cast<ssize_t>(base.size())) ::_exit(1);
-        ::close(fds[1]);
-        ::pause();  // until the soak's SIGTERM
+        ::pause();
         ::_exit(0);
     }
     ::close(fds[1]);
@@ -88,9 +78,7 @@ std::string startServerProcess(pid_t& child) {
 }
 
 // The loopback server closes its side of the last connections on its own threads.
-void settle(quov::MainLoop& loop) {
-    loop.runUntil([] { return false; }, std::chrono::milliseconds(300));
-}
+void settle(quov::MainLoop& loop) { loop.runUntil([] { return false; }, std::chrono::milliseconds(300)); }
 
 }  // namespace
 
@@ -101,10 +89,7 @@ int main(int argc, char** argv) {
 
     pid_t serverPid = -1;
     const std::string serverBase = startServerProcess(serverPid);
-    if (serverBase.empty()) {
-        std::fprintf(stderr, "soak: the bid server did not start\n");
-        return 1;
-    }
+    if (serverBase.empty()) return std::fprintf(stderr, "soak: the bid server did not start\n"), 1;
     struct StopServer {
         pid_t pid;
         ~StopServer() {
@@ -137,19 +122,15 @@ int main(int argc, char** argv) {
         delegate->calls.clear();
         ad.loadAdWithAdId(std::string("slot"));
         const bool shown = loop.runUntil([&] { return delegate->calls.size() >= 2; }, std::chrono::seconds(20));
-        if (!shown || delegate->calls != std::vector<std::string>{"loaded", "displayed"}) {
-            std::fprintf(stderr, "soak: load %ld ended with %zu calls\n", i, delegate->calls.size());
-            return 1;
-        }
+        if (!shown || delegate->calls != std::vector<std::string>{"loaded", "displayed"})
+            return std::fprintf(stderr, "soak: load %ld ended with %zu calls\n", i, delegate->calls.size()), 1;
         // Until the image is in and drawn, then closed by a key; the impression done.
         loop.runUntil([&] { return ad.flush({}); }, std::chrono::seconds(20));
         if (frame::needsDisplay()) frame::draw(pixels.data(), 375, 812, 375 * 4);
         frame::key(frame::Key::Escape, true);
         frame::key(frame::Key::Escape, false);
-        if (!loop.runUntil([&] { return delegate->calls.size() == 3 && ad.flush({}); }, std::chrono::seconds(20))) {
-            std::fprintf(stderr, "soak: load %ld was not closed\n", i);
-            return 1;
-        }
+        if (!loop.runUntil([&] { return delegate->calls.size() == 3 && ad.flush({}); }, std::chrono::seconds(20)))
+            return std::fprintf(stderr, "soak: load %ld was not closed\n", i), 1;
     }
     settle(loop);
     const long rssGrowth = residentKiB() - rssAtWarmUp;
