@@ -53,15 +53,7 @@ struct Rig {
             v.lock()->setImage(test::solidImage(60, 50, 250, 20, 10));
         };
         auto view = QVAdView::initWithFrame({{0, 0}, app.mainScreen().bounds().size}, env);
-        auto window = app.keyWindow();
-        window->addSubview(view);
-        view->setTranslatesAutoresizingMaskIntoConstraints(false);
-        platform::LayoutConstraint::activateConstraints({
-            view->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor()),
-            view->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor()),
-            view->widthAnchor().constraintEqualToAnchor(window->widthAnchor()),
-            view->heightAnchor().constraintEqualToAnchor(window->heightAnchor()),
-        });
+        QVAdViewPinToWindow(view, *app.keyWindow());
         auto bid = std::make_shared<QVBidModel>();
         QVBidImageModel image;
         image.setWidth(600);
