@@ -17,7 +17,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <thread>
 
 namespace quov {
 namespace {
@@ -113,39 +112,6 @@ TEST(Facade, LoadBeforeSetupLogsAndCallsNothing) {
     }
 }
 
-TEST(Facade, ACallOffTheMainThreadIsReportedOnce) {
-    QuovAd ad;
-    MainLoop::shared().drain();  // this thread drains the loop: it is the main thread
-    LogCapture log;
-    ad.setOAID(std::string("still main"));
-    EXPECT_TRUE(log.lines().empty());
-    std::thread([&] { ad.setIMEI(std::string("worker")); }).join();
-    std::thread([&] { ad.setOAID(std::string("worker")); }).join();
-    const auto misuse = log.linesStartingWith("QuovSDK misuse: ");
-    ASSERT_EQ(misuse.size(), 1u);
-    EXPECT_NE(misuse[0].find("QuovAd::setIMEI"), std::string::npos) << misuse[0];
-    EXPECT_NE(misuse[0].find("main thread"), std::string::npos) << misuse[0];
-}
-
-TEST(Facade, AMissingBundleValueNamesTheKeyAndTheCallThatSetsIt) {
-    test::NetworkScope scope;
-    const auto full = scope.device->bundle;
-    for (const char* key : {"CFBundleShortVersionString", "CFBundleIdentifier", "CFBundleName"}) {
-        SCOPED_TRACE(key);
-        scope.device->bundle = full;
-        scope.device->bundle.erase(key);
-        QuovAd ad;
-        try {
-            ad.setupWithAppId(std::string("a"), std::string("k"));
-            ADD_FAILURE() << "setup went through";
-        } catch (const std::invalid_argument& e) {
-            EXPECT_NE(std::string(e.what()).find(key), std::string::npos) << e.what();
-            EXPECT_NE(std::string(e.what()).find("QuovHost::setBundleInfo"), std::string::npos) << e.what();
-        }
-    }
-    scope.device->bundle = full;
-}
-
 TEST(Errors, FactoryTable) {
     const std::pair<std::int64_t, const char*> cases[] = {{3002, "网络错误"}, {4001, "协商失败"}, {4002, "匹配错误"},
                                                           {0, "其他错误"},    {-1, "其他错误"},    {INT64_MAX, "其他错误"}};
@@ -153,9 +119,7 @@ TEST(Errors, FactoryTable) {
         EXPECT_EQ(QVError::errorWithCode(code), (Error{" QuovADSDK Error", code, std::string(description)}));
 }
 
-// Preload, then show: the facade holds a bid back until its image is in, and the
-// host decides when the view appears.
-/// The shared application with a fresh key window, put back as it was afterwards.
+/// Preload, then show: the bid waits for its image and the host decides when the view appears.
 class Preload : public ::testing::Test {
 protected:
     void SetUp() override {
