@@ -158,11 +158,5 @@ TEST(TrackingAtExit, AFlushFromAStaticDestructorEndsAnInFlightChainOnce) {
         ::testing::ExitedWithCode(0), "finals=1 retries=0 flushed=1");
 }
 
-TEST(PercentEncoding, QuerySetStaysEverythingElseIsEscapedByte) {
-    EXPECT_EQ(network::percentEncodeQuery("http://h/p?a=1&b=-._~!$'()*+,;:@/"), "http://h/p?a=1&b=-._~!$'()*+,;:@/");
-    EXPECT_EQ(network::percentEncodeQuery("%20 #\"<>\\^`{|}[]"), "%2520%20%23%22%3C%3E%5C%5E%60%7B%7C%7D%5B%5D");
-    EXPECT_EQ(network::percentEncodeQuery("é\xff\r\n"), "%C3%A9%FF%0D%0A");
-}
-
 }  // namespace
 }  // namespace quov
