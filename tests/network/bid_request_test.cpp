@@ -166,23 +166,6 @@ TEST(BidRequestRules, DeviceSizeTypeConnectionCarrierAndTracking) {
     }
 }
 
-TEST_F(BidRequest, SuccessfulAnswersGiveTheFirstSeatsBidsInOrder) {
-    const std::pair<Answer, std::vector<std::string>> cases[] = {
-        {Answer::empty(), {}},
-        {Answer::json(R"({"seatbid":[{"bid":[{"id":"a"}]},{"bid":[{"id":"b"}]}]})"), {"a"}},
-        {Answer::json(R"({"seatbid":[{"bid":[1,{"id":"k"},"s",{"id":"l"}]}]})"), {"k", "l"}},
-        {Answer::json(std::string(500000, '[') + std::string(500000, ']')), {}},
-    };
-    for (const auto& [answer, ids] : cases) {
-        SCOPED_TRACE(answer.body.substr(0, 40));
-        server.on("/network", answer);
-        const LoadResult r = load();
-        EXPECT_EQ(r.calls, 1);
-        EXPECT_FALSE(r.error.has_value());
-        EXPECT_EQ(r.ids, ids);
-    }
-}
-
 TEST_F(BidRequest, FailuresGive4001AndLogTheAnswer) {
     Answer huge = Answer::json("[" + std::string(5u << 20, ' ') + "]");
     huge.chunked = true;
