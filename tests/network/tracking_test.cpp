@@ -10,8 +10,6 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <array>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -29,7 +27,6 @@ struct Outcome {
     Error error;
 };
 
-// Starts one tracking call and runs the loop until its callback has run.
 Outcome track(const std::string& url, std::uint64_t n) {
     Outcome o;
     QVRequestHelper::getURLWithRetry(
@@ -91,7 +88,6 @@ TEST_F(Tracking, EveryAttemptEncodesTheOriginalUrlOnceAndLogsItAsPassed) {
     const auto got = server.received();
     ASSERT_EQ(got.size(), 2u);
     for (const auto& r : got) EXPECT_EQ(r.target, "/p?q=a%20b&e=%2541&h=%23frag");
-    // The log shows the count left and the address as passed, not as sent.
     EXPECT_EQ(log.linesStartingWith("GET URL WITH retry"),
               (std::vector<std::string>{"GET URL WITH retry, 3, " + url, "GET URL WITH retry, 2, " + url}));
     const auto retries = log.linesStartingWith("Retry request with url");
@@ -114,8 +110,7 @@ TEST_F(Tracking, FlushWaitsForEveryChainIncludingRetriesNotYetStarted) {
     EXPECT_EQ(server.count(), 12u);
 }
 
-// After a warm-up leaves kept-alive connections behind, a server that reads each
-// request and closes without answering must see exactly one GET per attempt.
+// Kept-alive connections from a warm-up must not turn one attempt into a replayed GET.
 TEST_F(Tracking, EachAttemptIsExactlyOneGetEvenWithAWarmPool) {
     constexpr std::size_t kWarm = 6;
     UnansweringServer closing(UnansweringServer::After::Close, kWarm);
@@ -138,8 +133,7 @@ namespace atexit_host {
 int finals = 0;
 test::LogCapture* log = nullptr;
 
-// The shape of a host whose static object flushes from its destructor, which
-// runs after the SDK's client was stopped at exit.
+// A host's static object flushing from its destructor, after the SDK's client stopped at exit.
 struct Host {
     ~Host() {
         const bool flushed = QuovAd::shared().flush(std::chrono::seconds(5));
@@ -162,28 +156,6 @@ TEST(TrackingAtExit, AFlushFromAStaticDestructorEndsAnInFlightChainOnce) {
             std::exit(0);
         },
         ::testing::ExitedWithCode(0), "finals=1 retries=0 flushed=1");
-}
-
-TEST(PercentEncoding, QuerySetStaysEverythingElseIsEscapedByte) {
-    EXPECT_EQ(network::percentEncodeQuery("http://h/p?a=1&b=-._~!$'()*+,;:@/"), "http://h/p?a=1&b=-._~!$'()*+,;:@/");
-    EXPECT_EQ(network::percentEncodeQuery("%20 #\"<>\\^`{|}[]"), "%2520%20%23%22%3C%3E%5C%5E%60%7B%7C%7D%5B%5D");
-    EXPECT_EQ(network::percentEncodeQuery("é\xff\r\n"), "%C3%A9%FF%0D%0A");
-}
-
-TEST(RandomString, UniformOverTheAlphabet) {
-    const std::string alphabet = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    EXPECT_EQ(QVRequestHelper::randomStringWithLength(0), "");
-    // 62 * 2000 draws; a byte-modulo draw would favour the first eight letters by
-    // a quarter and push the statistic into the thousands.
-    constexpr int kPerChar = 2000;
-    const std::string s = QVRequestHelper::randomStringWithLength(62 * kPerChar);
-    ASSERT_EQ(s.size(), 62u * kPerChar);
-    ASSERT_EQ(s.find_first_not_of(alphabet), std::string::npos);
-    std::array<int, 62> counts{};
-    for (char c : s) ++counts[alphabet.find(c)];
-    double chi2 = 0;
-    for (int n : counts) chi2 += std::pow(n - kPerChar, 2) / kPerChar;
-    EXPECT_LT(chi2, 140.0) << "61 degrees of freedom: above 140 has odds below one in a billion";
 }
 
 }  // namespace

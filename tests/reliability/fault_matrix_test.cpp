@@ -1,6 +1,5 @@
-// Every way a server can misbehave, against the bid request and against a tracker:
-// each ends in one stated outcome at the delegate (or a counted number of attempts),
-// within the time-outs set here, without a crash and with bounded memory.
+// Each way a server can misbehave ends a bid load in one stated outcome and a tracker
+// after counted attempts, within the time-outs set here and with bounded memory.
 #include <quov/QVRequestHelper.h>
 #include <quov/QuovAd.h>
 
@@ -32,15 +31,12 @@ using Conn = FaultServer::Conn;
 
 constexpr std::size_t kMiB = 1u << 20;
 
-// Peak resident size of this process so far.
 std::size_t peakRss() {
     std::ifstream status("/proc/self/status");
     std::string key;
     std::size_t kb = 0;
-    while (status >> key && key != "VmHWM:") {
-    }
-    status >> kb;
-    return kb * 1024;
+    while (status >> key && key != "VmHWM:") continue;
+    return (status >> kb, kb * 1024);
 }
 
 std::string head(const std::string& status, const std::string& headers) {
@@ -59,15 +55,13 @@ FaultServer::Behaviour answer(const std::string& body, const std::string& status
 FaultServer::Behaviour flood(const std::string& length, const std::string& first, std::function<bool(Conn&)> more) {
     return [=](Conn& c) {
         const std::string framing = length.empty() ? "Transfer-Encoding: chunked" : "Content-Length: " + length;
-        if (!c.send(head("200 OK", "Content-Type: application/json\r\n" + framing + "\r\n") + first)) return;
-        while (more(c)) {
-        }
+        if (c.send(head("200 OK", "Content-Type: application/json\r\n" + framing + "\r\n") + first))
+            while (more(c)) continue;
     };
 }
 
-// Endless zeros as a gzip stream of fixed-Huffman blocks: one literal, then matches of
-// 258 bytes at distance 1, 13 bits each: 3 MiB that inflate to ~490 MiB, under the
-// body cap as sent, so only a client that inflated would see the flood.
+// Zeros as fixed-Huffman gzip (one literal, then 258-byte matches at distance 1): 3 MiB
+// that inflate to ~490 MiB, so only a client that inflated would see the flood.
 std::string gzipBomb(std::size_t compressedBytes) {
     std::string out("\x1f\x8b\x08\x00\x00\x00\x00\x00\x00\xff", 10);
     unsigned bits = 0, count = 0;
@@ -90,8 +84,8 @@ std::string gzipBomb(std::size_t compressedBytes) {
     return out;
 }
 
-// What a load tells the delegate ("view": the ad was put on screen) with the error code, and
-// how a tracker given 3 attempts ends with the connections it opened.
+// What a load tells the delegate ("view": put on screen) and its error code; how a tracker
+// given 3 attempts ends, and the connections it opened.
 struct FaultCase {
     const char* name;
     FaultServer::Behaviour behaviour;
@@ -165,8 +159,7 @@ protected:
         presenter.reset();
         QuovAd::shared().setLoadTimeout(60s);
         network::setTrackingTimeout(60s);
-        // Whatever the server sent, the client kept at most its body cap per request.
-        if (!QUOV_SANITIZED) {
+        if (!QUOV_SANITIZED) {  // whatever was sent, the client kept at most its body cap
             EXPECT_LT(peakRss() - rssBefore, 48 * kMiB);
         }
     }

