@@ -17,6 +17,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <stdexcept>
+#include <thread>
 
 namespace quov {
 namespace {
@@ -196,6 +198,33 @@ TEST_F(Preload, AFailedImageStillMakesTheAdReadyAndANewerLoadReplacesAnUnshownAd
     EXPECT_EQ(view->imageView()->image()->rgba[2], 0xff) << "blue: the newest creative";
     EXPECT_EQ(delegate->calls, (Calls{"loaded", "loaded", "displayed"}));
     EXPECT_FALSE(ad.showAd());
+}
+
+// Misuse a host makes while integrating: told once, by name, instead of a silent failure.
+TEST(Facade, MisuseNamesTheCallOnceAndAMissingBundleValueNamesItsKey) {
+    QuovAd ad;
+    MainLoop::shared().drain();  // this thread drains the loop: it is the main thread
+    LogCapture log;
+    std::thread([&] { ad.setIMEI(std::string("worker")); }).join();
+    std::thread([&] { ad.setOAID(std::string("worker")); }).join();
+    const auto misuse = log.linesStartingWith("QuovSDK misuse: ");
+    ASSERT_EQ(misuse.size(), 1u);
+    EXPECT_NE(misuse[0].find("QuovAd::setIMEI"), std::string::npos) << misuse[0];
+
+    test::NetworkScope scope;
+    const auto full = scope.device->bundle;
+    for (const char* key : {"CFBundleShortVersionString", "CFBundleIdentifier", "CFBundleName"}) {
+        scope.device->bundle = full;
+        scope.device->bundle.erase(key);
+        try {
+            ad.setupWithAppId(std::string("a"), std::string("k"));
+            ADD_FAILURE() << "setup went through without " << key;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_NE(std::string(e.what()).find(key), std::string::npos) << e.what();
+            EXPECT_NE(std::string(e.what()).find("QuovHost::setBundleInfo"), std::string::npos) << e.what();
+        }
+    }
+    scope.device->bundle = full;
 }
 
 }  // namespace
