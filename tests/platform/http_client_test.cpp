@@ -12,12 +12,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <future>
 #include <optional>
-#include <thread>
 
 namespace quov::platform {
 namespace {
@@ -29,8 +25,7 @@ using namespace std::chrono_literals;
 
 HttpRequest get(std::string url, std::string method = "GET") {
     HttpRequest r;
-    r.url = std::move(url);
-    r.method = std::move(method);
+    r.url = std::move(url), r.method = std::move(method);
     return r;
 }
 
@@ -64,10 +59,9 @@ TEST_F(HttpClientTest, AnswersComeBackAndRequestsGoOutExactlyAsWritten) {
     std::mutex mutex;
     std::vector<std::pair<std::string, std::string>> wire;
     FaultServer raw([&](FaultServer::Conn& c) {
-        {
-            std::lock_guard lock(mutex);
-            wire.emplace_back(c.head, c.body);
-        }
+        std::unique_lock lock(mutex);
+        wire.emplace_back(c.head, c.body);
+        lock.unlock();
         c.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}");
     });
     HttpRequest post = get(raw.base() + "/p", "POST");
@@ -111,10 +105,8 @@ TEST_F(HttpClientTest, TransportFailuresAreReportedNotThrownAndLeaveTheHostsSign
         HttpRequest r = get(url);
         r.maxBodyBytes = 100 * 1024;
         HttpResponse resp = fetch(r);
-        EXPECT_FALSE(resp.transportOk) << url;
+        EXPECT_TRUE(!resp.transportOk && !resp.errorText.empty() && resp.body.empty()) << url;
         EXPECT_NE(resp.errorText.find(errorPart), std::string::npos) << url << ": " << resp.errorText;
-        EXPECT_FALSE(resp.errorText.empty()) << url;
-        EXPECT_TRUE(resp.body.empty()) << url;
     }
     EXPECT_LE(server.countOn("/loop"), 12u) << "redirects are bounded";
 
@@ -165,53 +157,40 @@ TEST_F(HttpClientTest, EachRequestGoesOutOnceOnItsOwnNewConnection) {
     EXPECT_EQ(closing.connections(), closing.count()) << "a connection was reused";
 }
 
-TEST_F(HttpClientTest, ManyRequestsAllCompleteOnTheLoopThread) {
+TEST_F(HttpClientTest, ManyRequestsToTwoHostsAllCompleteOnTheLoopThread) {
     Answer slow = Answer::empty();
     slow.delay = 20ms;
-    server.on("/q", slow);
     TestServer other;
-    other.on("/q", slow);
-    const auto mainThread = std::this_thread::get_id();
-    int ok = 0;
-    std::string firstError;
-    bool allOnMain = true;
-    for (int i = 0; i < 10; ++i)
-        for (TestServer* s : {&server, &other})
-            client.send(get(s->url("/q")), [&](HttpResponse r) {
-                allOnMain = allOnMain && std::this_thread::get_id() == mainThread;
+    int ok = 0, offMain = 0;
+    for (TestServer* s : {&server, &other}) {
+        s->on("/q", slow);
+        for (int i = 0; i < 10; ++i)
+            client.send(get(s->url("/q")), [&, main = std::this_thread::get_id()](HttpResponse r) {
+                offMain += std::this_thread::get_id() != main;
                 ok += r.transportOk && r.status == 200;
-                if (!(r.transportOk && r.status == 200) && firstError.empty())
-                    firstError = r.errorText + " (status " + std::to_string(r.status) + ")";
             });
+    }
     EXPECT_EQ(client.inFlight(), 20u);
     ASSERT_TRUE(loop.runUntil([&] { return client.inFlight() == 0; }, 60s));
-    EXPECT_EQ(ok, 20) << "first failure: " << firstError;
-    EXPECT_TRUE(allOnMain);
+    EXPECT_EQ(ok, 20);
+    EXPECT_EQ(offMain, 0);
 }
 
 TEST_F(HttpClientTest, WorkerDeliveryAnswersWithoutTheLoopAndSurvivesAThrowingCompletion) {
     server.on("/a", Answer::json(R"({"k":1})"));
-    struct Seen {
-        std::thread::id thread;
-        HttpResponse response;
-    };
-    std::promise<Seen> first, second;
+    std::promise<std::pair<std::thread::id, HttpResponse>> seen[2];
     // The main loop is never run here: only a completion on the worker can answer.
-    client.send(get(server.url("/a")),
-                [&](HttpResponse r) {
-                    first.set_value({std::this_thread::get_id(), std::move(r)});
-                    throw std::runtime_error("a careless completion");
-                },
-                HttpClient::Delivery::Worker);
-    client.send(get(server.url("/a")), [&](HttpResponse r) { second.set_value({std::this_thread::get_id(), std::move(r)}); },
-                HttpClient::Delivery::Worker);
-    for (auto* promise : {&first, &second}) {
-        auto seen = promise->get_future();
-        ASSERT_EQ(seen.wait_for(20s), std::future_status::ready) << "the worker stopped answering";
-        const Seen got = seen.get();
-        EXPECT_NE(got.thread, std::this_thread::get_id());
-        EXPECT_TRUE(got.response.transportOk) << got.response.errorText;
-        EXPECT_EQ(got.response.body, R"({"k":1})");
+    for (int i : {0, 1})
+        client.send(get(server.url("/a")), [&, i](HttpResponse r) {
+            seen[i].set_value({std::this_thread::get_id(), std::move(r)});
+            if (i == 0) throw std::runtime_error("a careless completion");
+        }, HttpClient::Delivery::Worker);
+    for (auto& promise : seen) {
+        auto future = promise.get_future();
+        ASSERT_EQ(future.wait_for(20s), std::future_status::ready) << "the worker stopped answering";
+        const auto [thread, response] = future.get();
+        EXPECT_NE(thread, std::this_thread::get_id());
+        EXPECT_EQ(response.body, R"({"k":1})") << response.errorText;
     }
     EXPECT_EQ(loop.drain(), 0u) << "nothing was posted to the loop";
 }
@@ -244,8 +223,7 @@ TEST(HttpClientLifecycle, RequestsInFlightAtDestructionOrSentAfterShutDownFailOn
         ASSERT_TRUE(server.waitForCount(1, 10s));
     }
     HttpClient client(loop);
-    client.shutDown();
-    client.shutDown();
+    client.shutDown(), client.shutDown();
     client.send(get(server.url("/slow")), [&](HttpResponse r) { got.push_back(std::move(r)); });
     loop.drain();
     ASSERT_EQ(got.size(), 9u) << "every caller hears back exactly once";
@@ -265,9 +243,7 @@ TEST(HttpClientLimits, StuckRequestsToManyHostsNeverExhaustTheHostsDescriptors) 
             ::setrlimit(RLIMIT_NOFILE, &lim);
             std::vector<int> ports;
             for (int i = 0; i < 250; ++i) {
-                sockaddr_in a{};
-                a.sin_family = AF_INET;
-                a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+                sockaddr_in a = (sockaddr_in{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}});
                 socklen_t len = sizeof a;
                 const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
                 if (::bind(fd, reinterpret_cast<sockaddr*>(&a), len) || ::listen(fd, 1) ||
