@@ -74,16 +74,17 @@ TEST(LayoutSolve, ConstraintsInstallOnTheNearestCommonAncestorAndLeaveWithTheirS
     XAxisAnchor orphan = View::make()->leadingAnchor();  // its view is already gone
     EXPECT_THROW(orphan.constraintEqualToAnchor(a->leadingAnchor()), std::invalid_argument);
 
-    const auto size = std::get<1>(cases[3]);
-    root->removeConstraint(size);  // installed elsewhere: the wrong view cannot remove it
-    EXPECT_TRUE(size->isActive());
-    b1->removeConstraint(size);
-    EXPECT_FALSE(size->isActive());
+    const auto active = [&] {
+        std::vector<bool> out;
+        for (const auto& c : cases) out.push_back(std::get<1>(c)->isActive());
+        return out;
+    };
+    root->removeConstraint(std::get<1>(cases[3]));  // installed elsewhere: the wrong view cannot remove it
+    EXPECT_EQ(active(), (std::vector<bool>{true, true, true, true, true}));
+    b1->removeConstraint(std::get<1>(cases[3]));
     // Leaving the tree drops the constraints above that name the subtree, and keeps those inside it.
     a->removeFromSuperview();
-    EXPECT_FALSE(std::get<1>(cases[0])->isActive());
-    EXPECT_FALSE(std::get<1>(cases[2])->isActive());
-    EXPECT_TRUE(std::get<1>(cases[1])->isActive());
+    EXPECT_EQ(active(), (std::vector<bool>{false, true, false, false, true}));
     EXPECT_EQ(a->constraints().size(), 1u);
 }
 
