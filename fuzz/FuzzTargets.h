@@ -3,21 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 
-// Each takes arbitrary bytes and must neither crash, hang nor leak. Shared by the
-// libFuzzer drivers and the replay test of saved inputs.
+// Each takes arbitrary bytes and must neither crash, hang nor leak.
 namespace quov::fuzz {
 
-/// Byte 0 picks the status and content type, the rest is the body; then the bids,
-/// their image boxes and their click URLs' touch macros.
-void bidResponse(const std::uint8_t* data, std::size_t size);
-/// Header probe, then a decode under small caps.
+void bidResponse(const std::uint8_t* data, std::size_t size);  // byte 0: status and content type
 void image(const std::uint8_t* data, std::size_t size);
-/// The opener's syntax check, query encoding, touch macros and the leading-integer rule.
 void url(const std::uint8_t* data, std::size_t size);
-/// IMEI and OAID from the bytes (macro names included), then both passes over the rest.
-void macros(const std::uint8_t* data, std::size_t size);
-/// A hostile base, AppId and AppKey: an accepted base is a bare http(s) origin and
-/// path, and no header carries a line break past the transport.
-void request(const std::uint8_t* data, std::size_t size);
+void macros(const std::uint8_t* data, std::size_t size);   // IMEI, OAID, then the URL
+void request(const std::uint8_t* data, std::size_t size);  // base, AppId, AppKey
 
 }  // namespace quov::fuzz

@@ -17,11 +17,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-HttpRequest deadRequest() {
+HttpRequest requestTo(std::string url) {
     HttpRequest r;
-    r.url = "http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()) + "/";
+    r.url = std::move(url);
     return r;
 }
+
+HttpRequest deadRequest() { return requestTo("http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()) + "/"); }
 
 TEST(Context, EveryWorkerOfAShutDownContextAnswersOnceWithAFailure) {
     MainLoop loop;
@@ -71,22 +73,18 @@ TEST(Context, FirstUseRacingTheWarmUpIsServed) {
     for (int round = 0; round < 3; ++round) {
         MainLoop loop;
         Context context(loop);
-        context.warmUp();
-        context.warmUp();  // once only
+        context.warmUp(), context.warmUp();  // once only
         HttpClient& client = context.http();
         EXPECT_EQ(&context.http(), &client);
         std::optional<HttpResponse> answer;
-        HttpRequest request;
-        request.url = server.url("/ping");
-        client.send(request, [&](HttpResponse r) { answer = std::move(r); });
+        client.send(requestTo(server.url("/ping")), [&](HttpResponse r) { answer = std::move(r); });
         ASSERT_TRUE(loop.runUntil([&] { return answer.has_value(); }, 10s)) << "round " << round;
         EXPECT_EQ(answer->body, "pong");
         context.shutDown();
     }
     MainLoop loop;
     Context stoppedFirst(loop);
-    stoppedFirst.shutDown();
-    stoppedFirst.warmUp();  // nothing to warm once stopped
+    stoppedFirst.shutDown(), stoppedFirst.warmUp();  // nothing to warm once stopped
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 
 namespace {
 
@@ -28,7 +27,6 @@ bool near(Rect a, Rect b) {
 TEST(LayoutSolve, FramesAreSolvedAcrossLevelsAndAxesRelativeToEachSuperview) {
     auto window = Window::make({{0, 0}, {375, 812}});
     auto full = constrainedView(window), box = constrainedView(full), label = constrainedView(box);
-    auto tile = constrainedView(window);
     test::LogCapture log;
     LayoutConstraint::activateConstraints({
         full->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor()),
@@ -44,18 +42,12 @@ TEST(LayoutSolve, FramesAreSolvedAcrossLevelsAndAxesRelativeToEachSuperview) {
         label->bottomAnchor().constraintEqualToAnchor(window->bottomAnchor()),
         label->widthAnchor().constraintEqualToAnchor(box->widthAnchor(), -20),
         label->heightAnchor().constraintEqualToConstant(30),
-        // A square: its height follows a width only the x axis fixes.
-        tile->leadingAnchor().constraintEqualToAnchor(window->leadingAnchor(), 10),
-        tile->trailingAnchor().constraintEqualToAnchor(window->trailingAnchor(), -265),
-        tile->topAnchor().constraintEqualToAnchor(window->topAnchor(), 20),
-        tile->heightAnchor().constraintEqualToAnchor(tile->widthAnchor()),
     });
     window->layoutSubviews();
     EXPECT_FALSE(window->needsLayout());
     EXPECT_PRED2(near, full->frame(), (Rect{{0, 0}, {375, 812}}));
     EXPECT_PRED2(near, box->frame(), (Rect{{28.125, 273.1875}, {318.75, 265.625}}));
     EXPECT_PRED2(near, label->frame(), (Rect{{-18.125, 508.8125}, {298.75, 30}}));
-    EXPECT_PRED2(near, tile->frame(), (Rect{{10, 20}, {100, 100}}));
     EXPECT_TRUE(log.lines().empty()) << "a consistent system logs nothing";
 }
 
@@ -78,32 +70,31 @@ TEST(LayoutSolve, ConstraintsInstallOnTheNearestCommonAncestorAndLeaveWithTheirS
     }
     auto apart = View::make()->leadingAnchor().constraintEqualToAnchor(a->leadingAnchor());
     EXPECT_THROW(apart->setActive(true), std::logic_error);
-    EXPECT_FALSE(apart->isActive());
     EXPECT_THROW(a->addConstraint(apart), std::logic_error);
     XAxisAnchor orphan = View::make()->leadingAnchor();  // its view is already gone
     EXPECT_THROW(orphan.constraintEqualToAnchor(a->leadingAnchor()), std::invalid_argument);
 
-    const auto size = std::get<1>(cases[3]);
-    root->removeConstraint(size);  // installed elsewhere: the wrong view cannot remove it
-    EXPECT_TRUE(size->isActive());
-    b1->removeConstraint(size);
-    EXPECT_FALSE(size->isActive());
+    const auto active = [&] {
+        std::vector<bool> out;
+        for (const auto& c : cases) out.push_back(std::get<1>(c)->isActive());
+        return out;
+    };
+    root->removeConstraint(std::get<1>(cases[3]));  // installed elsewhere: the wrong view cannot remove it
+    EXPECT_EQ(active(), (std::vector<bool>{true, true, true, true, true}));
+    b1->removeConstraint(std::get<1>(cases[3]));
     // Leaving the tree drops the constraints above that name the subtree, and keeps those inside it.
     a->removeFromSuperview();
-    EXPECT_FALSE(std::get<1>(cases[0])->isActive());
-    EXPECT_FALSE(std::get<1>(cases[2])->isActive());
-    EXPECT_TRUE(std::get<1>(cases[1])->isActive());
+    EXPECT_EQ(active(), (std::vector<bool>{false, true, false, false, true}));
     EXPECT_EQ(a->constraints().size(), 1u);
 }
 
 TEST(LayoutSolve, UnderAndOverDeterminedAndBrokenSystemsHaveADefinedResult) {
     using Build = std::function<void(const ViewPtr& root, const ViewPtr& v)>;
     const auto widths = [](std::vector<double> ws) -> Build {
-        return [ws](const ViewPtr&, const ViewPtr& v) {
+        return [ws](auto&, auto& v) {
             for (double w : ws) v->widthAnchor().constraintEqualToConstant(w)->setActive(true);
         };
     };
-    const auto inf = std::numeric_limits<double>::infinity();
     // v starts at {{7, 9}, {11, 13}} in a 300x300 root; expected frame, consistent, log lines
     const std::tuple<const char*, Build, Rect, bool, std::size_t> cases[] = {
         {"width only: the rest keeps its frame", widths({50}), {{7, 9}, {50, 13}}, true, 0},
@@ -116,8 +107,8 @@ TEST(LayoutSolve, UnderAndOverDeterminedAndBrokenSystemsHaveADefinedResult) {
         {"redundant duplicates", widths({100, 100}), {{7, 9}, {100, 13}}, true, 0},
         {"conflict, least squares", widths({10, 20, 60}), {{7, 9}, {30, 13}}, false, 1},
         {"non-finite constants are skipped",
-         [inf](auto& root, auto& v) {
-             v->widthAnchor().constraintEqualToConstant(inf)->setActive(true);
+         [](auto& root, auto& v) {
+             v->widthAnchor().constraintEqualToConstant(INFINITY)->setActive(true);
              v->heightAnchor().constraintEqualToConstant(std::nan(""))->setActive(true);
              v->leadingAnchor().constraintEqualToAnchor(root->leadingAnchor(), 40)->setActive(true);
          },
@@ -142,9 +133,8 @@ TEST(LayoutSolve, UnderAndOverDeterminedAndBrokenSystemsHaveADefinedResult) {
     }
 }
 
-// Ads share no unknown, so each one's frames come out bit for bit as when it is alone
-// in its window, however many are stacked: a panel, a centred image, a close box with
-// conflicting widths (least squares) and a badge whose x nothing fixes.
+// Stacked ads share no unknown: each comes out bit for bit as when alone, conflicting
+// close-box widths (least squares) and a badge whose x nothing fixes included.
 TEST(LayoutSolve, StackedAdsSolveAsEachWouldAlone) {
     const auto addAd = [](const ViewPtr& window, double k) {
         auto panel = constrainedView(window), image = constrainedView(panel), close = constrainedView(panel);

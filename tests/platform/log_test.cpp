@@ -43,11 +43,8 @@ TEST(Log, HandlerGetsLevelsAndUnchangedTextWhileTheDefaultHidesDebugUntilAsked) 
     EXPECT_EQ(seen, (std::vector<std::pair<quov::LogLevel, std::string>>{
                         {quov::LogLevel::Info, "info\nline"}, {quov::LogLevel::Debug, "why: refused"}}));
     testing::internal::CaptureStderr();
-    QVDebug("hidden %@", "1");
-    quov::setDebugLogging(true);
-    QVDebug("shown %@", "2");
-    quov::setDebugLogging(false);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "shown 2\n");
+    for (bool wanted : {false, true, false}) quov::setDebugLogging(wanted), QVDebug("shown: %@", wanted ? "yes" : "no");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "shown: yes\n");
     quov::test::LogCapture capture;  // the line-only sink is for Info lines
     logDebug("debug");
     logLine("info");

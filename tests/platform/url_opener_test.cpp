@@ -69,15 +69,12 @@ protected:
 
 TEST_F(UrlOpenerTest, RefusesHostileAndLocalStringsWithoutSpawning) {
     const URLs hostile = {
-        std::nullopt, "", "-e", "--help", "--new-window=https://example.com", "example.com", "/usr/bin/xterm",
-        "relative/path:thing", ":nothing", "https:", "c:evil", "1http://example.com", "ht tp://example.com",
-        "https://", "https://:443/x", "https://example.com/a b", "https://example.com/\tb", "https://example.com/\nb",
-        std::string("https://example.com/\0b", 22), "https://example.com/\x1b[31m", "https://example.com/\x7f",
-        "https://ex\xc3\xa4mple.com/", "https://example.com/%zz", "https://example.com/%4", "https://example.com/`id`",
-        "https://example.com/<x>", "https://example.com/?a|b", "file:///etc/passwd", "FILE:///etc/passwd",
-        "file:relative", "javascript:alert(1)", "data:text/html,hi", "about:blank", "view-source:https://example.com",
-        "admin:///etc/shadow", "trash:///", "ghelp:///proc/self/cwd", "help:///etc/passwd", "man:ls",
-        "archive://file%3A%2F%2F%2Fa.zip/", "sftp://h/etc", "smb://h/share",
+        std::nullopt, "", "-e", "--new-window=https://example.com", "example.com", "/usr/bin/xterm", ":nothing",
+        "https:", "c:evil", "1http://example.com", "ht tp://example.com", "https://", "https://:443/x",
+        "https://example.com/a b", "https://example.com/\nb", std::string("https://example.com/\0b", 22),
+        "https://example.com/\x1b[31m", "https://example.com/\x7f", "https://ex\xc3\xa4mple.com/",
+        "https://example.com/%zz", "https://example.com/`id`", "https://example.com/<x>", "FILE:///etc/passwd",
+        "javascript:alert(1)", "data:text/html,hi", "ghelp:///proc/self/cwd", "archive://file%3A%2F%2F%2Fa.zip/",
         "https://example.com/" + std::string(40000, 'a'),
     };
     const auto answers = openAll(hostile);
@@ -94,8 +91,7 @@ TEST_F(UrlOpenerTest, HandsOnHttpAndRegisteredSchemesVerbatimAndAnswersWhetherTh
         {"myapp://item/42?ref=ad", true},              {"MYAPP://fail", false},
         {"HTTPS://EXAMPLE.COM/%41", true},             {"shop+v2:open", true},
         {"https://example.com/?a=1&b=$(touch%20pwned);c='d'", true},  // inert: no shell
-        {"myapp2://item", false}, {"apt:vim", false}, {"steam://run/1", false}, {"vscode://file/etc/passwd", false},
-        {"telnet://127.0.0.1", false}, {"mailto:a@example.com", false}, {"file:///etc/passwd", false},
+        {"myapp2://item", false}, {"vscode://file/etc/passwd", false}, {"file:///etc/passwd", false},
     };
     URLs urls;
     std::multiset<std::string> spawned;  // the children run concurrently

@@ -11,11 +11,9 @@
 
 namespace quov::test {
 
-/// A raw loopback listener for what a well-behaved HTTP server never does. Each
-/// connection reads one request (head and Content-Length body), then hands the socket
-/// to the behaviour, which writes what it likes; the connection closes when it returns.
-/// The destructor shuts every socket down, so a behaviour in send() or pause() returns.
-/// With tls, a connection only does a TLS handshake with a self-signed certificate.
+/// A raw loopback listener for what a well-behaved HTTP server never does: each
+/// connection reads one request, then the behaviour writes what it likes. With tls, a
+/// connection only does a handshake with a self-signed certificate.
 class FaultServer {
 public:
     class Conn {

@@ -43,9 +43,8 @@ struct Received {
     std::string header(const std::string& name) const;
 };
 
-/// A real HTTP server on 127.0.0.1 at a kernel-chosen port, answering as scripted per
-/// path (the target before '?'); unscripted paths get 404. Records every request.
-/// Thread-safe; serves from construction to destruction.
+/// A real HTTP server on 127.0.0.1, answering as scripted per path (unscripted: 404)
+/// and recording every request. Thread-safe.
 class TestServer {
 public:
     TestServer();
@@ -82,9 +81,8 @@ private:
     std::vector<Received> received_;
 };
 
-/// A loopback server that answers its first `answered` requests on kept-alive
-/// connections (warming a client's pool), then reads each later request in full and
-/// either closes the connection without a word or holds it open, silent, until it ends.
+/// Answers its first `answered` requests on kept-alive connections, then reads each
+/// later one and closes without a word or holds the connection open, silent.
 class UnansweringServer {
 public:
     enum class After { Close, Stall };

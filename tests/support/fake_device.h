@@ -7,10 +7,8 @@
 
 namespace quov::platform {
 
-/// A scriptable device platform for tests and benchmarks: every answer is a public
-/// field, absent-able where the interface allows it, and every query is counted.
-/// Defaults describe a complete, unremarkable device (all answers present). Not
-/// thread-safe: script it before installing it, then read it from one thread.
+/// A scriptable device platform: every answer a public field (defaults: a complete,
+/// unremarkable device), every query counted. Script it before installing it.
 struct FakeDevicePlatform final : DevicePlatform {
     std::string machine = "Fake1,1";
     std::string osName = "Linux";
@@ -36,9 +34,8 @@ struct FakeDevicePlatform final : DevicePlatform {
 
     std::vector<std::string> languages{"en-US"};
     using Bundle = std::map<std::string, std::string>;
-    Bundle bundle{{"CFBundleShortVersionString", "1.2.3"},
-                                              {"CFBundleIdentifier", "com.example.fake"},
-                                              {"CFBundleName", "Fake"}};
+    Bundle bundle{
+        {"CFBundleShortVersionString", "1.2.3"}, {"CFBundleIdentifier", "com.example.fake"}, {"CFBundleName", "Fake"}};
     int appState = kAppActive;
     std::optional<std::int32_t> capacity = 80;
     int battery = kBatteryUnplugged;
