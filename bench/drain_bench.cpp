@@ -13,7 +13,7 @@
 #include "network/BidResponse.h"
 #include "network/Tracking.h"
 #include "platform/Context.h"
-#include "tests/support/ListenBacklog.h"
+#include "bench/BenchServer.h"
 
 #include <benchmark/benchmark.h>
 #include <httplib.h>
@@ -44,35 +44,13 @@ const std::string& emptyBidsAnswer() {
     return body;
 }
 
-class DrainServer {
-public:
-    DrainServer() {
-        server_.set_tcp_nodelay(true);
-        server_.Post("/network", [](const httplib::Request&, httplib::Response& res) {
+bench::BenchServer& server() {
+    static bench::BenchServer s([](httplib::Server& http) {
+        http.Post("/network", [](const httplib::Request&, httplib::Response& res) {
             res.set_content(emptyBidsAnswer(), "application/json");
         });
-        server_.Get("/imp", [](const httplib::Request&, httplib::Response& res) { res.status = 200; });
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        if (port_ <= 0) throw std::runtime_error("drain bench server: cannot bind");
-        test::raiseListenBacklog(port_);
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
-        for (int i = 0; i < 10000 && !server_.is_running(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    ~DrainServer() {
-        server_.stop();
-        thread_.join();
-    }
-    std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
-
-private:
-    httplib::Server server_;
-    std::thread thread_;
-    int port_ = 0;
-};
-
-DrainServer& server() {
-    static DrainServer s;
+        http.Get("/imp", [](const httplib::Request&, httplib::Response& res) { res.status = 200; });
+    });
     return s;
 }
 

@@ -11,7 +11,7 @@
 #include <quov/QuovHost.h>
 
 #include "network/BidRequest.h"
-#include "tests/support/ListenBacklog.h"
+#include "bench/BenchServer.h"
 #include "platform/Context.h"
 #include "network/BidServerBase.h"
 #include "network/ResponseRule.h"
@@ -52,38 +52,13 @@ const std::string& bidAnswer() {
 }
 
 // One loopback server for the whole run.
-class BenchServer {
-public:
-    BenchServer() {
-        server_.set_tcp_nodelay(true);
-        server_.set_keep_alive_max_count(1000000);
-        server_.set_keep_alive_timeout(1);
-        server_.new_task_queue = [] { return new httplib::ThreadPool(16); };
-        server_.Post("/network", [](const httplib::Request&, httplib::Response& res) {
+quov::bench::BenchServer& server() {
+    static quov::bench::BenchServer s([](httplib::Server& http) {
+        http.Post("/network", [](const httplib::Request&, httplib::Response& res) {
             res.set_content(bidAnswer(), "application/json");
         });
-        server_.Get("/imp", [](const httplib::Request&, httplib::Response& res) { res.status = 200; });
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        if (port_ > 0) quov::test::raiseListenBacklog(port_);
-        if (port_ <= 0) throw std::runtime_error("bench server: cannot bind");
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
-        for (int i = 0; i < 10000 && !server_.is_running(); ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    ~BenchServer() {
-        server_.stop();
-        thread_.join();
-    }
-    std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
-
-private:
-    httplib::Server server_;
-    std::thread thread_;
-    int port_ = 0;
-};
-
-BenchServer& server() {
-    static BenchServer s;
+        http.Get("/imp", [](const httplib::Request&, httplib::Response& res) { res.status = 200; });
+    });
     return s;
 }
 
