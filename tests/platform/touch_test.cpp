@@ -61,7 +61,7 @@ struct ButtonRig {
         window->addSubview(button);
         for (auto [mask, name] : {std::pair{ControlEventTouchDown, "down"}, {ControlEventTouchUpInside, "up-inside"},
                                   {ControlEventTouchUpOutside, "up-outside"}, {ControlEventTouchCancel, "cancel"}})
-            button->addTarget(target, [this, name](Button& sender, const TouchEvent& e) {
+            button->addTarget(target, [this, name = name](Button& sender, const TouchEvent& e) {
                 events.push_back(name);
                 locations.push_back(locationInView(e.anyTouchForView(sender), sender));
             }, mask);
