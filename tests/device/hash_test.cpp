@@ -14,7 +14,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <chrono>
 #include <regex>
 #include <set>
 #include <system_error>
@@ -36,14 +35,14 @@ TEST(Hash, DataMD5KnownDigests) {
 
 TEST(Hash, FileMD5ReadsEveryChunkAndRefusesWhatItCannotRead) {
     // 1023, 1024 and 1025 bytes straddle the chunk edge; 5000 spans several chunks.
+    const fs::path p = fs::temp_directory_path() / ("quov-md5-" + std::to_string(::getpid()));
     for (std::size_t size : {0u, 1u, 1023u, 1024u, 1025u, 5000u}) {
         std::string bytes;
         for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>('a' + i % 26);
-        const fs::path p = fs::temp_directory_path() / ("quov-md5-" + std::to_string(::getpid()));
         std::ofstream(p, std::ios::binary) << bytes;
         EXPECT_EQ(QVDeviceInfo::fileMD5(p.string()), QVDeviceInfo::dataMD5(bytes)) << size;
-        fs::remove(p);
     }
+    fs::remove(p);
     for (const std::string path : {"/nonexistent/quov/file", "", "/tmp"}) EXPECT_EQ(QVDeviceInfo::fileMD5(path), "");
     // Opens fine, but reading address zero of our own memory fails.
     EXPECT_THROW(QVDeviceInfo::fileMD5("/proc/self/mem"), std::system_error);
@@ -54,9 +53,7 @@ TEST(Hash, FileMD5OfAFifoWaitsForItsWriter) {
     using namespace std::chrono_literals;
     const std::string data(3000, 'q');
     for (bool lateWriter : {true, false}) {
-        fs::path dir = fs::temp_directory_path() / ("quov-fifo-" + std::to_string(::getpid()));
-        fs::create_directories(dir);
-        const std::string fifo = (dir / "pipe").string();
+        const std::string fifo = fs::temp_directory_path() / ("quov-fifo-" + std::to_string(::getpid()));
         ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
         std::thread writer([&] {
             sigset_t pipe;  // a reader that gave up must not kill the test binary
@@ -81,7 +78,7 @@ TEST(Hash, FileMD5OfAFifoWaitsForItsWriter) {
         EXPECT_NO_THROW(digest = QVDeviceInfo::fileMD5(fifo)) << "late writer " << lateWriter;
         writer.join();
         EXPECT_EQ(digest, QVDeviceInfo::dataMD5(data)) << "late writer " << lateWriter;
-        fs::remove_all(dir);
+        fs::remove(fifo);
     }
 }
 

@@ -16,7 +16,6 @@ struct PixelBuffer {
         int r, g, b, a;
     };
     Pixel at(int x, int y) const {
-        if (x < 0 || y < 0 || x >= width || y >= height) return {0, 0, 0, 0};
         const auto* p = &rgba[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
                                static_cast<std::size_t>(x)) * 4];
         return {p[0], p[1], p[2], p[3]};
@@ -38,8 +37,6 @@ public:
     /// Clears to an opaque colour, as a host's frame would.
     void clear(std::uint8_t r, std::uint8_t g, std::uint8_t b);
     PixelBuffer readPixels() const;
-    /// SDL queues the window events a host would see.
-    void resize(int width, int height) { SDL_SetWindowSize(window_, width, height); }
 
 private:
     SDL_Window* window_ = nullptr;
