@@ -21,35 +21,23 @@ std::uint32_t quadrants(int x, int y) {
 }
 
 TEST(ImageDecoder, PixelsEqualTheLibrarysOwnConversion) {
-    const auto wide = decodeImage(t::encodePNG(2, 1, quadrants));
-    ASSERT_TRUE(wide);
-    EXPECT_TRUE(wide->width == 2 && wide->height == 1);
     // Odd widths give decoded rows with padding; JPEG decodes to 24-bit, PNG with
     // alpha to 32-bit: each must come out as SDL's conversion to RGBA would.
     const auto pattern = [](int x, int y) {
         return (static_cast<std::uint32_t>(x * 37 % 256) << 24) | (static_cast<std::uint32_t>(y * 91 % 256) << 16) |
                (static_cast<std::uint32_t>((x ^ y) * 13 % 256) << 8) | static_cast<std::uint32_t>((x + y) * 29 % 256);
     };
-    const std::pair<const char*, std::string> cases[] = {
-        {"png 33x7", t::encodePNG(33, 7, pattern)},
-        {"jpeg 45x9", t::encodeJPEG(45, 9, pattern)},
-        {"webp", t::onePixelWebP()},
+    const std::tuple<const char*, std::string, int, int> cases[] = {
+        {"png", t::encodePNG(33, 7, pattern), 33, 7},
+        {"jpeg", t::encodeJPEG(45, 9, pattern), 45, 9},
+        {"webp", t::onePixelWebP(), 1, 1},
     };
-    for (const auto& [name, bytes] : cases) {
+    for (const auto& [name, bytes, w, h] : cases) {
         SCOPED_TRACE(name);
-        SDL_Surface* raw = IMG_Load_RW(SDL_RWFromConstMem(bytes.data(), static_cast<int>(bytes.size())), 1);
-        ASSERT_TRUE(raw);
-        SDL_Surface* ref = SDL_ConvertSurfaceFormat(raw, SDL_PIXELFORMAT_RGBA32, 0);
-        SDL_FreeSurface(raw);
-        ASSERT_TRUE(ref);
-        std::vector<std::uint8_t> expected;
-        for (int y = 0; y < ref->h; ++y) {
-            const auto* row = static_cast<const std::uint8_t*>(ref->pixels) + static_cast<std::ptrdiff_t>(y) * ref->pitch;
-            expected.insert(expected.end(), row, row + ref->w * 4);
-        }
-        SDL_FreeSurface(ref);
+        const auto expected = t::sdlRGBA(IMG_Load_RW(SDL_RWFromConstMem(bytes.data(), static_cast<int>(bytes.size())), 1));
         const auto image = decodeImage(bytes);
         ASSERT_TRUE(image);
+        EXPECT_TRUE(image->width == w && image->height == h);
         EXPECT_EQ(std::vector<std::uint8_t>(image->rgba.begin(), image->rgba.end()), expected);
     }
 }
@@ -81,23 +69,17 @@ private:
 };
 
 TEST(ImageDecoder, RefusesBrokenAndOversizedImagesBeforeAllocatingForThem) {
-    const std::string png20 = t::encodePNG(20, 20, quadrants), png8 = t::encodePNG(8, 8, quadrants);
-    const std::string jpeg8 = t::encodeJPEG(8, 8, quadrants);
+    const std::string png20 = t::encodePNG(20, 20, quadrants), jpeg8 = t::encodeJPEG(8, 8, quadrants);
     std::string scrambled = png20;
     for (std::size_t i = 60; i < scrambled.size() - 20; ++i) scrambled[i] ^= 0x5a;
-    std::string bigFrameGIF = t::twoPixelGIF();  // a 65535x65535 frame on a 2x1 screen
-    bigFrameGIF.replace(32, 4, "\xff\xff\xff\xff");
 
     ImageLimits pixels399, side19, bytesLess, small;
     pixels399.maxPixels = 399, side19.maxSide = 19, bytesLess.maxBytes = png20.size() - 1;
     small.maxPixels = 100 * 100;
     const std::tuple<const char*, std::string, ImageLimits> cases[] = {
         {"png claiming 100000x100000", t::withPNGSize(png20, 100000, 100000), {}},
-        {"jpeg claiming 65000x65000", t::withJPEGSize(jpeg8, 65000, 65000), {}},
-        {"png claiming 1000x1000 past a small cap", t::withPNGSize(png8, 1000, 1000), small},
         {"jpeg claiming 1000x1000 past a small cap", t::withJPEGSize(jpeg8, 1000, 1000), small},
         {"gif: refused, the system's GIF decoder is not safe on hostile files", t::twoPixelGIF(), {}},
-        {"gif frame larger than its screen", bigFrameGIF, {}},
         {"over the pixel cap", png20, pixels399},
         {"over the side cap", png20, side19},
         {"over the byte cap", png20, bytesLess},

@@ -4,14 +4,12 @@
 #include <SDL_image.h>
 
 #include <stdexcept>
-#include <vector>
 
 namespace quov::test {
 namespace {
 
-using Saver = std::function<int(SDL_Surface*, SDL_RWops*)>;
-
-std::string encode(int width, int height, const PixelFn& pixel, const Saver& save) {
+// A JPEG at the given quality, a PNG without one.
+std::string encode(int width, int height, const PixelFn& pixel, int jpegQuality) {
     SDL_Surface* surface =
         SDL_CreateRGBSurfaceWithFormat(0, width, height, 32, SDL_PIXELFORMAT_RGBA32);
     if (!surface) throw std::runtime_error(SDL_GetError());
@@ -25,7 +23,7 @@ std::string encode(int width, int height, const PixelFn& pixel, const Saver& sav
     // Room for an incompressible image plus headers.
     std::vector<char> buffer(static_cast<std::size_t>(width) * height * 5 + 65536);
     SDL_RWops* rw = SDL_RWFromMem(buffer.data(), static_cast<int>(buffer.size()));
-    const int failed = save(surface, rw);
+    const int failed = jpegQuality ? IMG_SaveJPG_RW(surface, rw, 0, jpegQuality) : IMG_SavePNG_RW(surface, rw, 0);
     const auto size = SDL_RWtell(rw);
     SDL_RWclose(rw);
     SDL_FreeSurface(surface);
@@ -48,15 +46,22 @@ void putBE32(std::string& s, std::size_t at, std::uint32_t v) {
 
 }  // namespace
 
-std::string encodePNG(int width, int height, const PixelFn& pixel) {
-    return encode(width, height, pixel,
-                  [](SDL_Surface* s, SDL_RWops* rw) { return IMG_SavePNG_RW(s, rw, 0); });
-}
+std::string encodePNG(int width, int height, const PixelFn& pixel) { return encode(width, height, pixel, 0); }
 
 std::string encodeJPEG(int width, int height, const PixelFn& pixel, int quality) {
-    return encode(width, height, pixel, [quality](SDL_Surface* s, SDL_RWops* rw) {
-        return IMG_SaveJPG_RW(s, rw, 0, quality);
-    });
+    return encode(width, height, pixel, quality);
+}
+
+std::vector<std::uint8_t> sdlRGBA(SDL_Surface* surface) {
+    SDL_Surface* rgba = surface ? SDL_ConvertSurfaceFormat(surface, SDL_PIXELFORMAT_RGBA32, 0) : nullptr;
+    SDL_FreeSurface(surface);
+    std::vector<std::uint8_t> out;
+    for (int y = 0; rgba && y < rgba->h; ++y) {
+        const auto* row = static_cast<const std::uint8_t*>(rgba->pixels) + static_cast<std::ptrdiff_t>(y) * rgba->pitch;
+        out.insert(out.end(), row, row + rgba->w * 4);
+    }
+    SDL_FreeSurface(rgba);
+    return out;
 }
 
 std::string twoPixelGIF() {

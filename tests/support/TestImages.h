@@ -3,6 +3,9 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
+
+struct SDL_Surface;
 
 namespace quov::test {
 
@@ -17,6 +20,10 @@ std::string encodeJPEG(int width, int height, const PixelFn& pixel, int quality 
 std::string twoPixelGIF();
 /// A 1x1 lossless WebP.
 std::string onePixelWebP();
+
+/// SDL's own conversion of the surface to RGBA, rows unpadded: the independent answer.
+/// Takes the surface; empty if SDL cannot convert it.
+std::vector<std::uint8_t> sdlRGBA(SDL_Surface* surface);
 
 /// The PNG with its header claiming another size (CRC fixed, so decoders believe it).
 std::string withPNGSize(std::string png, std::uint32_t width, std::uint32_t height);
