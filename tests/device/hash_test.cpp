@@ -61,22 +61,16 @@ TEST(Hash, FileMD5OfAFifoWaitsForItsWriter) {
             sigaddset(&pipe, SIGPIPE);
             pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
             if (lateWriter) std::this_thread::sleep_for(100ms);
-            int fd = -1;  // never blocks: gives up when no reader is waiting (any more)
-            for (int i = 0; i < 300 && fd < 0; ++i)
-                if ((fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) < 0) std::this_thread::sleep_for(10ms);
-            if (fd < 0) return;
-            ::fcntl(fd, F_SETFL, 0);
+            const int fd = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);  // blocks until a reader comes
             if (!lateWriter) std::this_thread::sleep_for(100ms);  // connected, idle
-            for (std::size_t off = 0; off < data.size();) {
-                const ssize_t n = ::write(fd, data.data() + off, data.size() - off);
-                if (n <= 0) break;
-                off += static_cast<std::size_t>(n);
-            }
+            EXPECT_EQ(::write(fd, data.data(), data.size()), std::ssize(data));  // within one pipe buffer
             ::close(fd);
         });
         std::string digest;
         EXPECT_NO_THROW(digest = QVDeviceInfo::fileMD5(fifo)) << "late writer " << lateWriter;
+        const int spare = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // lets an unread writer end
         writer.join();
+        ::close(spare);
         EXPECT_EQ(digest, QVDeviceInfo::dataMD5(data)) << "late writer " << lateWriter;
         fs::remove(fifo);
     }

@@ -12,6 +12,7 @@
 using quov::platform::decodeImage;
 using quov::platform::ImageLimits;
 namespace t = quov::test;
+using namespace std::string_literals;
 
 namespace {
 
@@ -19,6 +20,13 @@ std::uint32_t quadrants(int x, int y) {
     static const std::uint32_t colours[] = {0xff0000ff, 0x00ff00ff, 0x0000ffff, 0xffffff80};
     return colours[(y > 0 ? 2 : 0) + (x > 0 ? 1 : 0)];
 }
+
+const std::string kOnePixelWebP =
+    "RIFF\x1a\x00\x00\x00WEBPVP8L\x0d\x00\x00\x00\x2f\x00\x00\x00\x10\x07\x10\x11\x11\x88\x88\xfe\x07\x00"s;
+const std::string kTwoPixelGIF =
+    "GIF89a\x02\x00\x01\x00\x80\x00\x00"      // 2x1, a global table of two colours: red, green
+    "\xff\x00\x00\x00\xff\x00\x21\xf9\x04\x01\x00\x00\x01\x00"  // index 1 is transparent
+    "\x2c\x00\x00\x00\x00\x02\x00\x01\x00\x00\x02\x02\x44\x0a\x00\x3b"s;  // the 2x1 frame: clear, 0, 1, end
 
 TEST(ImageDecoder, PixelsEqualTheLibrarysOwnConversion) {
     // Odd widths give decoded rows with padding; JPEG decodes to 24-bit, PNG with
@@ -30,7 +38,7 @@ TEST(ImageDecoder, PixelsEqualTheLibrarysOwnConversion) {
     const std::tuple<const char*, std::string, int, int> cases[] = {
         {"png", t::encodePNG(33, 7, pattern), 33, 7},
         {"jpeg", t::encodeJPEG(45, 9, pattern), 45, 9},
-        {"webp", t::onePixelWebP(), 1, 1},
+        {"webp", kOnePixelWebP, 1, 1},
     };
     for (const auto& [name, bytes, w, h] : cases) {
         SCOPED_TRACE(name);
@@ -78,8 +86,8 @@ TEST(ImageDecoder, RefusesBrokenAndOversizedImagesBeforeAllocatingForThem) {
     small.maxPixels = 100 * 100;
     const std::tuple<const char*, std::string, ImageLimits> cases[] = {
         {"png claiming 100000x100000", t::withPNGSize(png20, 100000, 100000), {}},
-        {"jpeg claiming 1000x1000 past a small cap", t::withJPEGSize(jpeg8, 1000, 1000), small},
-        {"gif: refused, the system's GIF decoder is not safe on hostile files", t::twoPixelGIF(), {}},
+        {"jpeg of 1000x1000 past a small cap", t::encodeJPEG(1000, 1000, quadrants), small},
+        {"gif: refused, the system's GIF decoder is not safe on hostile files", kTwoPixelGIF, {}},
         {"over the pixel cap", png20, pixels399},
         {"over the side cap", png20, side19},
         {"over the byte cap", png20, bytesLess},

@@ -67,7 +67,7 @@ TEST(SdlRender, PointsScaleToPixelsAndTheHostsRendererStateIsRestored) {
     SDL_RenderSetClipRect(r, nullptr);
     const auto px = rig.display.readPixels();
     const int greenAt[][3] = {{21, 21, 255}, {58, 58, 255}, {62, 30, 0}};
-    for (const auto& [x, y, green] : greenAt) EXPECT_EQ(px.at(x, y).g, green) << x << "," << y;
+    for (const auto& [x, y, green] : greenAt) EXPECT_EQ(px.rgba[(y * px.width + x) * 4 + 1], green) << x << "," << y;
 }
 
 TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipped) {

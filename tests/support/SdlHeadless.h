@@ -12,14 +12,6 @@ struct PixelBuffer {
     int width = 0;
     int height = 0;
     std::vector<std::uint8_t> rgba;
-    struct Pixel {
-        int r, g, b, a;
-    };
-    Pixel at(int x, int y) const {
-        const auto* p = &rgba[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                               static_cast<std::size_t>(x)) * 4];
-        return {p[0], p[1], p[2], p[3]};
-    }
 };
 
 /// A window and a software renderer on SDL's offscreen video driver (overriding

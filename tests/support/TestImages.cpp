@@ -64,45 +64,11 @@ std::vector<std::uint8_t> sdlRGBA(SDL_Surface* surface) {
     return out;
 }
 
-std::string twoPixelGIF() {
-    static const char bytes[] =
-        "GIF89a\x02\x00\x01\x00\x80\x00\x00"      // 2x1, a global table of two colours
-        "\xff\x00\x00\x00\xff\x00"                // red, green
-        "\x21\xf9\x04\x01\x00\x00\x01\x00"        // index 1 is transparent
-        "\x2c\x00\x00\x00\x00\x02\x00\x01\x00\x00"  // the frame, 2x1
-        "\x02\x02\x44\x0a\x00"                    // LZW: clear, 0, 1, end
-        "\x3b";
-    return std::string(bytes, sizeof bytes - 1);
-}
-
-std::string onePixelWebP() {
-    static const char bytes[] =
-        "RIFF\x1a\x00\x00\x00WEBPVP8L\x0d\x00\x00\x00\x2f\x00\x00\x00\x10\x07\x10\x11\x11\x88"
-        "\x88\xfe\x07\x00";
-    return std::string(bytes, sizeof bytes - 1);
-}
-
 std::string withPNGSize(std::string png, std::uint32_t width, std::uint32_t height) {
     putBE32(png, 16, width);
     putBE32(png, 20, height);
     putBE32(png, 29, crc32(png, 12, 17));  // over "IHDR" and its 13 bytes
     return png;
-}
-
-std::string withJPEGSize(std::string jpeg, std::uint16_t width, std::uint16_t height) {
-    std::size_t i = 2;
-    while (i + 9 < jpeg.size()) {
-        const auto marker = static_cast<unsigned char>(jpeg[i + 1]);
-        const std::size_t length = static_cast<unsigned char>(jpeg[i + 2]) << 8 |
-                                   static_cast<unsigned char>(jpeg[i + 3]);
-        if (marker >= 0xc0 && marker <= 0xc2) {
-            jpeg[i + 5] = static_cast<char>(height >> 8), jpeg[i + 6] = static_cast<char>(height);
-            jpeg[i + 7] = static_cast<char>(width >> 8), jpeg[i + 8] = static_cast<char>(width);
-            return jpeg;
-        }
-        i += 2 + length;
-    }
-    throw std::runtime_error("no frame header in the test JPEG");
 }
 
 }  // namespace quov::test
