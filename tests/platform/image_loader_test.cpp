@@ -37,19 +37,13 @@ std::vector<ImagePtr> loadAll(quov::MainLoop& loop, ImageLoader& loader, const U
 
 class ImageLoaderTest : public ::testing::Test {
 protected:
-    ImagePtr load(ImageLoader& loader, const std::string& path) {
-        return loadAll(loop_, loader, {server_.url(path)})[0];
+    // A load joins the same download (or hits the cache), answered after every earlier waiter.
+    ImagePtr load(const std::string& path, ImageLoader* loader = nullptr) {
+        return loadAll(loop_, loader ? *loader : loader_, {server_.url(path)})[0];
     }
     quov::MainLoop loop_;
     quov::test::TestServer server_;
     quov::platform::HttpClient http_{loop_};
-};
-
-// Image views bound to URLs, through a loader of their own.
-class ImageViewURLTest : public ImageLoaderTest {
-protected:
-    // A load made now joins the same download (or hits the cache), answered after every earlier waiter.
-    void settle(const std::string& path) { load(loader_, path); }
     ImageLoader loader_{http_, loop_};
 };
 
@@ -64,8 +58,7 @@ TEST_F(ImageLoaderTest, AnySuccessfulAnswerWithImageBytesGivesAnImage) {
     };
     URLs urls;
     for (const auto& [path, answer, ok] : cases) server_.on(path, answer), urls.push_back(server_.url(path));
-    ImageLoader loader(http_, loop_);
-    const auto images = loadAll(loop_, loader, urls);
+    const auto images = loadAll(loop_, loader_, urls);
     for (std::size_t i = 0; i < cases.size(); ++i)
         EXPECT_EQ(images[i] != nullptr, std::get<2>(cases[i])) << std::get<0>(cases[i]);
 }
@@ -86,38 +79,37 @@ TEST_F(ImageLoaderTest, ConcurrentLoadsShareOneDownloadLaterOnesHitTheCacheFailu
     server_.on("/a.png", png(8));
     server_.on("/b.png", png(6));
     server_.onSequence("/flaky.png", {Answer::text("busy", 503), png(4)});
-    ImageLoader loader(http_, loop_);
     const auto a = server_.url("/a.png"), b = server_.url("/b.png");
-    const auto images = loadAll(loop_, loader, {a, b, a, a});
+    const auto images = loadAll(loop_, loader_, {a, b, a, a});
     ASSERT_TRUE(images[0] && images[1]);
     EXPECT_EQ(images[0]->width, 8);
     EXPECT_EQ(images[1]->width, 6);
     EXPECT_TRUE(images[2] == images[0] && images[3] == images[0]);
-    EXPECT_EQ(load(loader, "/a.png"), images[0]);
+    EXPECT_EQ(load("/a.png"), images[0]);
     EXPECT_EQ(server_.countOn("/a.png"), 1u);
     EXPECT_EQ(server_.countOn("/b.png"), 1u);
-    EXPECT_EQ(load(loader, "/flaky.png"), nullptr);
-    EXPECT_TRUE(load(loader, "/flaky.png"));
+    EXPECT_EQ(load("/flaky.png"), nullptr);
+    EXPECT_TRUE(load("/flaky.png"));
 }
 
 TEST_F(ImageLoaderTest, CacheIsBoundedInBytesAndDropsTheLeastRecentlyUsed) {
     for (const char* path : {"/a", "/b", "/c"}) server_.on(path, png(10));  // 400 bytes each
     server_.on("/big", png(15));                                            // 900 bytes
     ImageLoader loader(http_, loop_, 800);
-    for (const char* path : {"/a", "/b", "/a", "/c", "/a", "/c"}) load(loader, path);
+    for (const char* path : {"/a", "/b", "/a", "/c", "/a", "/c"}) load(path, &loader);
     EXPECT_EQ(server_.countOn("/a"), 1u) << "a was used after b, so c pushed out b";
     EXPECT_EQ(server_.countOn("/c"), 1u);
-    load(loader, "/b");
+    load("/b", &loader);
     EXPECT_EQ(server_.countOn("/b"), 2u);
 
     // Bigger than the whole cache: delivered every time, kept never, evicting nothing.
-    ASSERT_TRUE(load(loader, "/big") && load(loader, "/big"));
+    ASSERT_TRUE(load("/big", &loader) && load("/big", &loader));
     EXPECT_EQ(server_.countOn("/big"), 2u);
-    load(loader, "/b");
+    load("/b", &loader);
     EXPECT_EQ(server_.countOn("/b"), 2u);
 }
 
-TEST_F(ImageViewURLTest, ViewIsEmptiedAtOnceAndGetsTheImageOnlyIfItLoads) {
+TEST_F(ImageLoaderTest, ViewIsEmptiedAtOnceAndGetsTheImageOnlyIfItLoads) {
     server_.on("/ad.png", png(12));
     const std::pair<std::optional<std::string>, int> cases[] = {
         {server_.url("/ad.png"), 12}, {server_.url("/missing.png"), 0}, {std::nullopt, 0}};
@@ -126,18 +118,18 @@ TEST_F(ImageViewURLTest, ViewIsEmptiedAtOnceAndGetsTheImageOnlyIfItLoads) {
         view->setImage(std::make_shared<quov::platform::Image>());  // a stale image
         setImageWithURL(view, url, loader_);
         EXPECT_EQ(view->image(), nullptr) << url.value_or("(null)");
-        settle("/ad.png"), settle("/missing.png");
+        load("/ad.png"), load("/missing.png");
         EXPECT_EQ(view->image() ? view->image()->width : 0, width) << url.value_or("(null)");
     }
 }
 
-TEST_F(ImageViewURLTest, LaterCallWinsOverAnEarlierSlowerOne) {
+TEST_F(ImageLoaderTest, LaterCallWinsOverAnEarlierSlowerOne) {
     server_.on("/slow.png", png(30, 300ms));
     server_.on("/fast.png", png(10));
     auto view = ImageView::make();
     setImageWithURL(view, server_.url("/slow.png"), loader_);
     setImageWithURL(view, server_.url("/fast.png"), loader_);
-    settle("/fast.png"), settle("/slow.png");
+    load("/fast.png"), load("/slow.png");
     ASSERT_TRUE(view->image());
     EXPECT_EQ(view->image()->width, 10);
 }

@@ -72,25 +72,21 @@ TEST(SdlRender, PointsScaleToPixelsAndTheHostsRendererStateIsRestored) {
 
 TEST(SdlRender, TexturesAreUploadedOncePerImageDroppedWithItAndBrokenImagesSkipped) {
     Rig rig(50, 50);
-    // Shown at their own size: the software renderer keeps scaled copies elsewhere.
-    auto view = ImageView::make({{0, 0}, {4, 4}}), twin = ImageView::make({{10, 10}, {4, 4}});
+    // Shown at its own size: the software renderer keeps scaled copies elsewhere.
+    auto view = ImageView::make({{0, 0}, {4, 4}});
     view->setImage(test::solidImage(4, 4, 9, 9, 9));
-    twin->setImage(view->image());
     rig.add(view);
-    rig.add(twin);
     rig.frame();
     rig.frame();
     EXPECT_EQ(rig.backend->textures().uploads(), 1u);
-
-    view->setImage(nullptr);
-    twin->setImage(test::solidImage(4, 4, 1, 1, 1));  // the first image is gone now
+    view->setImage(test::solidImage(4, 4, 1, 1, 1));  // the first image is gone now
     rig.frame();
     EXPECT_EQ(rig.backend->textures().uploads(), 2u);
     EXPECT_EQ(rig.backend->textures().size(), 1u);
 
     auto broken = std::make_shared<Image>();  // its pixel buffer does not match its size: skipped, not read
     broken->width = broken->height = 1000;
-    twin->setImage(broken);
+    view->setImage(broken);
     rig.frame();
     EXPECT_EQ(rig.backend->textures().uploads(), 2u);
 }
