@@ -42,7 +42,8 @@ TEST(ImageDecoder, PixelsEqualTheLibrarysOwnConversion) {
     };
     for (const auto& [name, bytes, w, h] : cases) {
         SCOPED_TRACE(name);
-        const auto expected = t::sdlRGBA(IMG_Load_RW(SDL_RWFromConstMem(bytes.data(), static_cast<int>(bytes.size())), 1));
+        SDL_RWops* rw = SDL_RWFromConstMem(bytes.data(), static_cast<int>(bytes.size()));
+        const auto expected = t::sdlRGBA(IMG_Load_RW(rw, 1));
         const auto image = decodeImage(bytes);
         ASSERT_TRUE(image);
         EXPECT_TRUE(image->width == w && image->height == h);
@@ -50,30 +51,26 @@ TEST(ImageDecoder, PixelsEqualTheLibrarysOwnConversion) {
     }
 }
 
-// The largest block SDL is asked for, through SDL's own allocator hooks; the
-// originals still do the work, so blocks may cross the swap.
-class LargestSDLAllocation {
-public:
-    LargestSDLAllocation() {
-        SDL_GetMemoryFunctions(&malloc_, &calloc_, &realloc_, &free_);
-        largest_ = 0;
+// The largest block SDL is asked for while a probe lives, through SDL's own allocator hooks;
+// the originals still do the work, so blocks may cross the swap.
+std::atomic<std::size_t> largest{0};
+SDL_malloc_func sdlMalloc;
+SDL_calloc_func sdlCalloc;
+SDL_realloc_func sdlRealloc;
+SDL_free_func sdlFree;
+void note(std::size_t n) {
+    for (std::size_t seen = largest; n > seen && !largest.compare_exchange_weak(seen, n);) {}
+}
+struct AllocationProbe {
+    AllocationProbe() {
+        SDL_GetMemoryFunctions(&sdlMalloc, &sdlCalloc, &sdlRealloc, &sdlFree);
+        largest = 0;
         SDL_SetMemoryFunctions(
-            [](size_t n) { return note(n), malloc_(n); },
-            [](size_t k, size_t n) { return note(k * n), calloc_(k, n); },
-            [](void* p, size_t n) { return note(n), realloc_(p, n); }, [](void* p) { free_(p); });
+            [](size_t n) { return note(n), sdlMalloc(n); },
+            [](size_t k, size_t n) { return note(k * n), sdlCalloc(k, n); },
+            [](void* p, size_t n) { return note(n), sdlRealloc(p, n); }, [](void* p) { sdlFree(p); });
     }
-    ~LargestSDLAllocation() { SDL_SetMemoryFunctions(malloc_, calloc_, realloc_, free_); }
-    std::size_t bytes() const { return largest_; }
-
-private:
-    static void note(std::size_t n) {
-        for (std::size_t seen = largest_; n > seen && !largest_.compare_exchange_weak(seen, n);) {}
-    }
-    static inline SDL_malloc_func malloc_;
-    static inline SDL_calloc_func calloc_;
-    static inline SDL_realloc_func realloc_;
-    static inline SDL_free_func free_;
-    static inline std::atomic<std::size_t> largest_{0};
+    ~AllocationProbe() { SDL_SetMemoryFunctions(sdlMalloc, sdlCalloc, sdlRealloc, sdlFree); }
 };
 
 TEST(ImageDecoder, RefusesBrokenAndOversizedImagesBeforeAllocatingForThem) {
@@ -98,10 +95,10 @@ TEST(ImageDecoder, RefusesBrokenAndOversizedImagesBeforeAllocatingForThem) {
         {"empty", "", {}},
     };
     for (const auto& [name, bytes, limits] : cases) {
-        LargestSDLAllocation probe;
+        const AllocationProbe probe;
         EXPECT_FALSE(decodeImage(bytes, limits)) << name;
         // A decoder trusting a 1000x1000 header would have made a surface of 3 MB or more.
-        EXPECT_LT(probe.bytes(), 1000000u) << name;
+        EXPECT_LT(largest, 1000000u) << name;
     }
 
     ImageLimits exact;  // right at every cap is still fine
