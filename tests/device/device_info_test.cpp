@@ -51,59 +51,50 @@ TEST_F(FakeDevice, DisplayMetricsFollowIdiomAndScaleOnly) {
 TEST_F(FakeDevice, MacAddressVersionTable) {
     const std::string hw = "02:0A:FF:00:10:C3", vendor = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
     const std::string bare = "E621E1F8C36C495A93FC0C247A3E6E5F", zeros = "000000000000";
-    struct Case {
-        const char* version;
-        bool hasAddress;  // an interface with a readable hardware address
-        std::optional<std::string> vendorId;
-        std::string expected;
-    } cases[] = {
+    // Version, whether an interface has a readable hardware address, vendor identifier, answer.
+    const std::tuple<const char*, bool, std::optional<std::string>, std::string> cases[] = {
         {"13", true, vendor, bare},   {"13.7", true, std::nullopt, zeros}, {"13", true, "", zeros},
         {"6.1.0-18-amd64", true, vendor, hw}, {"6", false, vendor, bare}, {"6", false, std::nullopt, zeros},
         {"5.1", true, vendor, hw},    {"5", false, vendor, zeros},
         {"rolling", true, vendor, hw},  // no leading number reads as 0
     };
     fake->hwAddress = quov::platform::HardwareAddress{0x02, 0x0a, 0xff, 0x00, 0x10, 0xc3};
-    for (const auto& c : cases) {
-        fake->osVersion = c.version;
-        fake->primaryInterface = c.hasAddress ? std::optional<std::string>("en0") : std::nullopt;
-        fake->vendorId = c.vendorId;
-        EXPECT_EQ(QVDeviceInfo::getMacAddress(), c.expected) << "version '" << c.version << "'";
+    for (const auto& [version, hasAddress, vendorId, expected] : cases) {
+        fake->osVersion = version;
+        fake->primaryInterface = hasAddress ? std::optional<std::string>("en0") : std::nullopt;
+        fake->vendorId = vendorId;
+        EXPECT_EQ(QVDeviceInfo::getMacAddress(), expected) << "version '" << version << "'";
     }
 }
 
 TEST_F(FakeDevice, IPWalkKeepsTheLastIPv4OfThePrimaryInterface) {
     using P = FakeDevicePlatform;
     const quov::platform::InterfaceAddress v6{"en0", 10, 0};
-    struct Case {
-        std::optional<std::string> primary;
-        std::optional<std::vector<quov::platform::InterfaceAddress>> list;
-        std::string address;  // empty: neither operation finds one
-    } cases[] = {
+    // Primary interface, address list, the address found ("": none).
+    const std::tuple<std::optional<std::string>, std::optional<std::vector<quov::platform::InterfaceAddress>>,
+                     std::string> cases[] = {
         {"en0", std::vector{P::ipv4("en0", "10.0.0.5"), P::ipv4("en0", "10.0.0.9")}, "10.0.0.9"},
         {"en0", std::vector{P::ipv4("en0", "10.0.0.5"), P::ipv4("en1", "10.1.1.1"), v6}, "10.0.0.5"},
         {"en0", std::vector{v6}, ""},
         {"en0", std::nullopt, ""},
         {std::nullopt, std::vector{P::ipv4("en0", "10.0.0.5")}, ""},
     };
-    for (const auto& c : cases) {
-        fake->primaryInterface = c.primary;
-        fake->addresses = c.list;
-        EXPECT_EQ(QVDeviceInfo::getDeviceIPAdress(), c.address.empty() ? kNoIP : c.address);
-        EXPECT_EQ(quov::QVRequestHelper::getIPAddress(), c.address);
+    for (const auto& [primary, list, address] : cases) {
+        fake->primaryInterface = primary;
+        fake->addresses = list;
+        EXPECT_EQ(QVDeviceInfo::getDeviceIPAdress(), address.empty() ? kNoIP : address);
+        EXPECT_EQ(quov::QVRequestHelper::getIPAddress(), address);
     }
 }
 
 TEST_F(FakeDevice, BatteryLevelContract) {
-    struct Case {
-        int state;
-        std::optional<std::int32_t> capacity;
-        double expected;
-    } cases[] = {{0, 57, 57.0}, {1, 100, 100.0}, {0, 1, 1.0}, {0, 0, 0.0}, {0, 101, 0.0}, {0, -5, 0.0},
-                 {2, 57, 0.0},  {3, 57, 0.0},    {0, std::nullopt, 0.0}};
-    for (const auto& c : cases) {
-        fake->appState = c.state;
-        fake->capacity = c.capacity;
-        EXPECT_EQ(QVDeviceInfo::getBatteryLevel(), c.expected) << "state " << c.state << ", " << c.capacity.value_or(-1);
+    const std::tuple<int, std::optional<std::int32_t>, double> cases[] = {
+        {0, 57, 57.0}, {1, 100, 100.0}, {0, 1, 1.0}, {0, 0, 0.0},         {0, 101, 0.0},
+        {0, -5, 0.0},  {2, 57, 0.0},    {3, 57, 0.0}, {0, std::nullopt, 0.0}};  // 2, 3: in the background
+    for (const auto& [state, capacity, expected] : cases) {
+        fake->appState = state;
+        fake->capacity = capacity;
+        EXPECT_EQ(QVDeviceInfo::getBatteryLevel(), expected) << "state " << state << ", " << capacity.value_or(-1);
     }
     const std::optional<std::string> states[] = {"UnKnow", "Unplugged", "Charging", "Full", std::nullopt};
     for (int state = 0; state < 5; ++state) {

@@ -79,33 +79,28 @@ TEST(Hash, FileMD5OfAFifoWaitsForItsWriter) {
 // The vendor identifier's HMAC against the crypto library's, across the block
 // edges of SHA-256 (55/56/64 bytes of data, keys longer than a block are hashed).
 TEST(Hash, HmacSha256MatchesTheCryptoLibrary) {
-    for (std::size_t keySize : {0u, 1u, 32u, 64u, 65u, 131u}) {
+    for (std::size_t keySize : {0u, 1u, 32u, 64u, 65u, 131u})
         for (std::size_t dataSize : {0u, 3u, 55u, 56u, 63u, 64u, 119u, 1000u}) {
             std::string key(keySize, '\0'), data(dataSize, '\0');
             for (std::size_t i = 0; i < keySize; ++i) key[i] = static_cast<char>(i * 7 + 1);
             for (std::size_t i = 0; i < dataSize; ++i) data[i] = static_cast<char>(255 - i % 251);
             unsigned char expected[EVP_MAX_MD_SIZE];
             unsigned int size = 0;
-            static const unsigned char kNoKey = 0;
-            HMAC(EVP_sha256(), keySize ? static_cast<const void*>(key.data()) : &kNoKey, static_cast<int>(keySize),
+            HMAC(EVP_sha256(), key.data(), static_cast<int>(keySize),
                  reinterpret_cast<const unsigned char*>(data.data()), dataSize, expected, &size);
             EXPECT_EQ(quov::platform::hmacSha256(key, data), std::vector<std::uint8_t>(expected, expected + size))
                 << "key " << keySize << ", data " << dataSize;
         }
-    }
 }
 
 TEST(Hash, OriginUUIDIsAFullyRandomVersion4) {
     const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-    std::set<std::string> seen;
     std::vector<std::set<char>> perPosition(36);
     for (int i = 0; i < 64; ++i) {
         const std::string id = QVDeviceInfo::originUUID();
         ASSERT_TRUE(std::regex_match(id, form)) << id;
-        seen.insert(id);
         for (std::size_t c = 0; c < id.size(); ++c) perPosition[c].insert(id[c]);
     }
-    EXPECT_EQ(seen.size(), 64u);
     // Every random digit varies: a short fill would leave a stuck tail.
     for (std::size_t c : {0u, 7u, 9u, 12u, 15u, 17u, 19u, 22u, 24u, 35u})
         EXPECT_GT(perPosition[c].size(), 1u) << "digit " << c;
