@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-using quov::DeviceInfoRecord;
 using quov::QuovAd;
 using quov::QVDeviceInfo;
 using quov::platform::FakeDevicePlatform;
@@ -115,7 +114,9 @@ TEST_F(FakeDevice, RecordFailsWholeOnAnAbsentValueNamingIt) {
     EXPECT_THROW(record(), std::out_of_range);
 }
 
+// The record is logged as one line of JSON, whatever its values hold.
 TEST_F(FakeDevice, SetupLogsTheSixteenKeyRecordAfterInitAndFailsWithoutAShortVersion) {
+    fake->bundle["CFBundleName"] = "line\nbreak \"quoted\" bad \xff utf8";
     fake->machine = "x86_64";
     fake->addresses = std::vector{FakeDevicePlatform::ipv4("en0", "10.0.0.9")};
     QuovAd ad;
@@ -136,7 +137,8 @@ TEST_F(FakeDevice, SetupLogsTheSixteenKeyRecordAfterInitAndFailsWithoutAShortVer
                                                "CPUArchitecture", "BundleID", "AppVersion", "AppName", "IP",
                                                "BatteryLevel", "BatteryState"}));
     const std::pair<const char*, nlohmann::json> values[] = {{"BatteryLevel", 80.0}, {"DeviceType", "Simulator"},
-        {"DeviceMac", "E621E1F8C36C495A93FC0C247A3E6E5F"}, {"IP", "10.0.0.9"}, {"AppVersion", "1.2.3"}};
+        {"DeviceMac", "E621E1F8C36C495A93FC0C247A3E6E5F"}, {"IP", "10.0.0.9"}, {"AppVersion", "1.2.3"},
+        {"AppName", "line\nbreak \"quoted\" bad \uFFFD utf8"}};
     for (const auto& [key, value] : values) EXPECT_EQ(record[key], value) << key;
 
     fake->bundle.erase("CFBundleShortVersionString");
@@ -145,15 +147,4 @@ TEST_F(FakeDevice, SetupLogsTheSixteenKeyRecordAfterInitAndFailsWithoutAShortVer
                 ThrowsMessage<std::invalid_argument>(HasSubstr("CFBundleShortVersionString")));
     EXPECT_EQ(ad.AppId(), std::optional<std::string>("app2")) << "credentials are stored before the record";
     EXPECT_TRUE(log.linesStartingWith("deviceInfo").empty());
-}
-
-TEST(DeviceInfoRecord, DescribeIsOneParseableLineWhateverTheValues) {
-    DeviceInfoRecord r;
-    r.insert("Z", std::optional<std::string>("line\nbreak \"quoted\""));
-    r.insert("A", std::optional<std::string>(std::string("bad \xff utf8")));
-    const std::string line = r.describe();
-    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
-    auto parsed = nlohmann::ordered_json::parse(line);
-    EXPECT_EQ(parsed.begin().key(), "Z") << "insertion order, not sorted";
-    EXPECT_EQ(parsed["Z"], "line\nbreak \"quoted\"");
 }

@@ -83,9 +83,6 @@ TEST_F(Reporting, EachAddressFailsOnItsOwnAfterThreeAttempts) {
     EXPECT_EQ(server.countOn("/bad"), 6u);
     EXPECT_EQ(server.countOn("/v1"), 1u);
     EXPECT_EQ(server.countOn("/c"), 1u);
-    EXPECT_EQ(log.linesStartingWith("GET URL WITH retry").size(), 3u + 3u + 1u + 3u + 1u);
-    EXPECT_EQ(log.linesStartingWith("Retry request with url: " + server.url("/bad") + ", error: ").size(), 4u);
-    EXPECT_EQ(log.linesStartingWith("Retry request with url: " + dead + ", error: ").size(), 2u);
     const auto shows = log.linesStartingWith("Report ad show failed, ");
     ASSERT_EQ(shows.size(), 2u);
     for (const auto& l : shows) EXPECT_NE(l.find("Error Domain=quov.http"), std::string::npos) << l;

@@ -9,6 +9,7 @@
 #include "tests/platform/pixels.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <array>
 #include <tuple>
@@ -50,14 +51,9 @@ struct Rig {
         };
         auto view = QVAdView::initWithFrame({{0, 0}, app.mainScreen().bounds().size}, env);
         QVAdViewPinToWindow(view, *app.keyWindow());
-        auto bid = std::make_shared<QVBidModel>();
-        QVBidImageModel image;
-        image.setWidth(600);
-        image.setHeight(500);
-        bid->setImages({image});
         view->showBid(
-            bid, [](auto&) {}, [this](auto&) { calls.push_back("clicked"); },
-            [this](auto&) { calls.push_back("closed"); });
+            QVBidModel::initWithDict(nlohmann::json{{"images", {{{"w", 600}, {"h", 500}}}}}), [](auto&) {},
+            [this](auto&) { calls.push_back("clicked"); }, [this](auto&) { calls.push_back("closed"); });
         return view;
     }
 };

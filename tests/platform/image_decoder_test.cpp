@@ -75,8 +75,6 @@ struct AllocationProbe {
 
 TEST(ImageDecoder, RefusesBrokenAndOversizedImagesBeforeAllocatingForThem) {
     const std::string png20 = t::encodePNG(20, 20, quadrants), jpeg8 = t::encodeJPEG(8, 8, quadrants);
-    std::string scrambled = png20;
-    for (std::size_t i = 60; i < scrambled.size() - 20; ++i) scrambled[i] ^= 0x5a;
 
     ImageLimits pixels399, side19, bytesLess, small;
     pixels399.maxPixels = 399, side19.maxSide = 19, bytesLess.maxBytes = png20.size() - 1;
@@ -90,7 +88,6 @@ TEST(ImageDecoder, RefusesBrokenAndOversizedImagesBeforeAllocatingForThem) {
         {"over the byte cap", png20, bytesLess},
         {"png of zero width", t::withPNGSize(png20, 0, 20), {}},
         {"png cut in half", png20.substr(0, png20.size() / 2), {}},
-        {"png with scrambled data", scrambled, {}},
         {"jpeg cut before its scan", jpeg8.substr(0, 200), {}},
         {"empty", "", {}},
     };
