@@ -1,7 +1,5 @@
 #include "platform/media/SurfaceImage.h"
 
-#include "support/TestImages.h"
-
 #include <gtest/gtest.h>
 
 #include <SDL.h>
@@ -33,6 +31,19 @@ SDL_Surface* keyedPalette() {
     return s;
 }
 
+// SDL's own conversion to RGBA, rows unpadded: the independent answer. Takes the surface.
+std::vector<std::uint8_t> sdlRGBA(SDL_Surface* surface) {
+    SDL_Surface* rgba = surface ? SDL_ConvertSurfaceFormat(surface, SDL_PIXELFORMAT_RGBA32, 0) : nullptr;
+    SDL_FreeSurface(surface);
+    std::vector<std::uint8_t> out;
+    for (int y = 0; rgba && y < rgba->h; ++y) {
+        const auto* row = static_cast<const std::uint8_t*>(rgba->pixels) + static_cast<std::ptrdiff_t>(y) * rgba->pitch;
+        out.insert(out.end(), row, row + rgba->w * 4);
+    }
+    SDL_FreeSurface(rgba);
+    return out;
+}
+
 TEST(SurfaceImage, EveryLayoutComesOutAsSdlsOwnRgbaConversion) {
     std::uint8_t borrowed[4 * 3 * 4];
     for (std::size_t i = 0; i < sizeof borrowed; ++i) borrowed[i] = static_cast<std::uint8_t>(i * 7);
@@ -50,7 +61,7 @@ TEST(SurfaceImage, EveryLayoutComesOutAsSdlsOwnRgbaConversion) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const auto expected = quov::test::sdlRGBA(c.make());
+        const auto expected = sdlRGBA(c.make());
         SDL_Surface* surface = c.make();
         const void* pixels = surface->pixels;
         const int w = surface->w, h = surface->h;

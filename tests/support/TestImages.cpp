@@ -52,18 +52,6 @@ std::string encodeJPEG(int width, int height, const PixelFn& pixel, int quality)
     return encode(width, height, pixel, quality);
 }
 
-std::vector<std::uint8_t> sdlRGBA(SDL_Surface* surface) {
-    SDL_Surface* rgba = surface ? SDL_ConvertSurfaceFormat(surface, SDL_PIXELFORMAT_RGBA32, 0) : nullptr;
-    SDL_FreeSurface(surface);
-    std::vector<std::uint8_t> out;
-    for (int y = 0; rgba && y < rgba->h; ++y) {
-        const auto* row = static_cast<const std::uint8_t*>(rgba->pixels) + static_cast<std::ptrdiff_t>(y) * rgba->pitch;
-        out.insert(out.end(), row, row + rgba->w * 4);
-    }
-    SDL_FreeSurface(rgba);
-    return out;
-}
-
 std::string withPNGSize(std::string png, std::uint32_t width, std::uint32_t height) {
     putBE32(png, 16, width);
     putBE32(png, 20, height);
