@@ -88,20 +88,6 @@ TEST(SdlRender, ATextureGoesWithItsImageAndABrokenImageIsSkipped) {
 
 constexpr int kSize = 120;
 
-// What the backend held on one renderer it gives up when the host moves to another,
-// and what a host-destroyed renderer held it never touches (memory checkers see the
-// rest). The ad's kinds of textures: a mask (a fill tile), a scaled image (a
-// prescaled copy) and an image at its own size (a plain upload).
-void addAdViews(Rig& rig) {
-    auto mask = View::make({{0, 0}, {kSize, kSize}});
-    mask->setBackgroundColor({0, 0, 0, 0.5});
-    auto scaled = ImageView::make({{10, 10}, {80, 40}});
-    scaled->setImage(test::solidImage(20, 10, 255, 0, 0));
-    auto plain = ImageView::make({{100, 100}, {4, 4}});
-    plain->setImage(test::solidImage(4, 4, 0, 255, 0));
-    for (const ViewPtr& v : {mask, ViewPtr(scaled), ViewPtr(plain)}) rig.add(v);
-}
-
 /// Draws a frame and tells whether the scaled image landed in it.
 bool drawsInto(SdlBackend& backend, SDL_Renderer* r) {
     SDL_SetRenderDrawColor(r, 0, 0, 255, 255);
@@ -112,12 +98,20 @@ bool drawsInto(SdlBackend& backend, SDL_Renderer* r) {
     return SDL_RenderReadPixels(r, &at, SDL_PIXELFORMAT_RGBA32, px, 4) == 0 && px[0] == 255 && px[2] == 0;
 }
 
-// The host destroys the renderer (and maybe its window after it), maybe releasing too late.
+// The host destroys the renderer (and maybe its window after it), maybe releasing too late: what the
+// backend held there it never touches. The ad's kinds of textures: a mask (a fill tile), a scaled image
+// (a prescaled copy) and an image at its own size (a plain upload).
 TEST(SdlRenderers, AWindowRendererTheHostDestroyedIsForgottenNotDestroyedAgain) {
     for (const bool destroyWindow : {false, true})
         for (const bool releaseAfter : {false, true}) {
             Rig rig(kSize, kSize);
-            addAdViews(rig);
+            auto mask = View::make({{0, 0}, {kSize, kSize}});
+            mask->setBackgroundColor({0, 0, 0, 0.5});
+            auto scaled = ImageView::make({{10, 10}, {80, 40}});
+            scaled->setImage(test::solidImage(20, 10, 255, 0, 0));
+            auto plain = ImageView::make({{100, 100}, {4, 4}});
+            plain->setImage(test::solidImage(4, 4, 0, 255, 0));
+            for (const ViewPtr& v : {mask, ViewPtr(scaled), ViewPtr(plain)}) rig.add(v);
             SDL_Window* window = SDL_CreateWindow("second", 0, 0, kSize, kSize, 0);
             SDL_Renderer* gone = SDL_CreateRenderer(window, -1, SDL_RENDERER_SOFTWARE);
             ASSERT_TRUE(gone) << SDL_GetError();

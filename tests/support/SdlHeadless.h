@@ -14,8 +14,7 @@ struct PixelBuffer {
     std::vector<std::uint8_t> rgba;
 };
 
-/// A window and a software renderer on SDL's offscreen video driver (overriding
-/// SDL_VIDEODRIVER unless SDL video already runs): the SDL backend with no display.
+/// A window and a software renderer on SDL's offscreen video driver (unless SDL video already runs).
 class HeadlessDisplay {
 public:
     /// Throws std::runtime_error when SDL cannot give a window or a software renderer.
@@ -26,7 +25,6 @@ public:
 
     SDL_Window* window() const { return window_; }
     SDL_Renderer* renderer() const { return renderer_; }
-    /// Clears to an opaque colour, as a host's frame would.
     void clear(std::uint8_t r, std::uint8_t g, std::uint8_t b);
     PixelBuffer readPixels() const;
 
