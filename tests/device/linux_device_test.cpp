@@ -152,7 +152,7 @@ TEST(LinuxDevice, BatteryFromPowerSupplies) {
         {{Supply{"AC", "Mains", "", "", ""}, {"BAT0", "Battery", "57\n", "Discharging\n", ""}}, 57, 1},
         {{Supply{"BAT0", "Battery", "80", "Not charging", ""}}, 80, 1},
         {{Supply{"BAT0", "Battery", "abc", "Charging", ""}}, std::nullopt, 2},
-        {{Supply{"hid_battery", "Battery", "5", "Discharging", "Device"}, {"BAT1", "Battery", "150", "Full", ""}}, 150, 3},
+        {{Supply{"mouse", "Battery", "5", "Discharging", "Device"}, {"BAT1", "Battery", "150", "Full", ""}}, 150, 3},
     };
     const char* files[] = {"", "type", "capacity", "status", "scope"};
     for (const auto& [supplies, capacity, state] : cases) {

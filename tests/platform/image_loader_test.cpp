@@ -64,7 +64,7 @@ TEST_F(ImageLoaderTest, AnySuccessfulAnswerWithImageBytesGivesAnImageEverythingE
     for (const auto& [path, answer, ok] : cases) server_.on(path, answer), urls.push_back(server_.url(path));
     const auto images = loadAll(loop_, loader_, urls);
     for (std::size_t i = 0; i < urls.size(); ++i)
-        EXPECT_EQ(images[i] != nullptr, i >= unusable && std::get<2>(cases[i - unusable])) << urls[i].value_or("(null)");
+        EXPECT_EQ(images[i] != nullptr, i >= unusable && std::get<2>(cases[i - unusable])) << urls[i].value_or("-");
     EXPECT_EQ(server_.count(), cases.size());
 }
 

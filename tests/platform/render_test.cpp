@@ -22,7 +22,7 @@ struct Rig {
     HeadlessDisplay display;
     MainLoop loop;
     Application app{loop};
-    std::unique_ptr<SdlBackend> backend = std::make_unique<SdlBackend>(app);  // after the display: its textures go first
+    std::unique_ptr<SdlBackend> backend = std::make_unique<SdlBackend>(app);  // after the display: goes first
 
     Rig(int w, int h) : display(w, h) { backend->attachWindow(display.window()); }
     void add(const ViewPtr& v) { app.keyWindow()->addSubview(v); }

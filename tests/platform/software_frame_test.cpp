@@ -119,22 +119,21 @@ TEST(SoftwareFrame, MatchesPlainSdlCallsPixelForPixel) {
 // The in-place fill against SDL's own blended fill on the same bytes: every alpha,
 // every destination byte value, both formats, rectangles SDL has to clip.
 TEST(SoftwareBlendFill, LeavesTheSameBytesAsSdlsBlendedFill) {
-    struct Case {
+    const auto make = [](Uint32 format) {
+        return std::unique_ptr<SDL_Surface, decltype(&SDL_FreeSurface)>(
+            SDL_CreateRGBSurfaceWithFormat(0, 256, 16, 32, format), &SDL_FreeSurface);
+    };
+    const struct {
         Uint32 format;
         SDL_Rect rect;
         Uint8 r, g, b;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {SDL_PIXELFORMAT_RGB888, {-7, 3, 100, 40}, 200, 17, 255},
         {SDL_PIXELFORMAT_ARGB8888, {0, 0, 256, 16}, 0, 0, 0},
         {SDL_PIXELFORMAT_ARGB8888, {61, -2, 300, 9}, 255, 128, 1},
     };
-    for (const Case& c : cases) {
-        const auto make = [&] {
-            return std::unique_ptr<SDL_Surface, decltype(&SDL_FreeSurface)>(
-                SDL_CreateRGBSurfaceWithFormat(0, 256, 16, 32, c.format), &SDL_FreeSurface);
-        };
-        auto start = make(), ours = make(), theirs = make();  // every byte value in every channel
+    for (const auto& c : cases) {
+        auto start = make(c.format), ours = make(c.format), theirs = make(c.format);  // every byte value, each channel
         auto* bytes = static_cast<Uint8*>(start->pixels);
         for (int i = 0; i < start->pitch * start->h; ++i) bytes[i] = static_cast<Uint8>(i / 4 + (i % 4) * 67 + i / 1024);
         SDL_Renderer* sdl = SDL_CreateSoftwareRenderer(theirs.get());
@@ -154,9 +153,7 @@ TEST(SoftwareBlendFill, LeavesTheSameBytesAsSdlsBlendedFill) {
         EXPECT_EQ(mismatched, 0) << SDL_GetPixelFormatName(c.format) << " rect x " << c.rect.x;
         SDL_DestroyRenderer(sdl);
     }
-    auto other = std::unique_ptr<SDL_Surface, decltype(&SDL_FreeSurface)>(
-        SDL_CreateRGBSurfaceWithFormat(0, 8, 8, 32, SDL_PIXELFORMAT_ABGR8888), &SDL_FreeSurface);
-    EXPECT_FALSE(blendFill(other.get(), {0, 0, 8, 8}, 1, 2, 3, 100)) << "a layout it does not know";
+    EXPECT_FALSE(blendFill(make(SDL_PIXELFORMAT_ABGR8888).get(), {0, 0, 8, 8}, 1, 2, 3, 100)) << "an unknown layout";
 }
 
 }  // namespace
