@@ -21,12 +21,12 @@ using testing::ThrowsMessage;
 
 namespace {
 
+const char* const kNoIP = "an error occurred when obtaining ip address";
+
 struct FakeDevice : ::testing::Test {
     std::shared_ptr<FakeDevicePlatform> fake = std::make_shared<FakeDevicePlatform>();
     ScopedDevicePlatform scope{Context::shared(), fake};
 };
-
-const char* const kNoIP = "an error occurred when obtaining ip address";
 
 }  // namespace
 
@@ -104,9 +104,6 @@ TEST_F(FakeDevice, BatteryLevelContract) {
 
 TEST_F(FakeDevice, RecordFailsWholeOnAnAbsentValueNamingIt) {
     const auto record = [] { QVDeviceInfo::deviceInfo(); };
-    fake->bundle.erase("CFBundleName");
-    EXPECT_THAT(record, ThrowsMessage<std::invalid_argument>(HasSubstr("CFBundleName")));
-    fake->bundle = FakeDevicePlatform().bundle;
     fake->battery = 9;
     EXPECT_THAT(record, ThrowsMessage<std::invalid_argument>(HasSubstr("BatteryState")));
     fake->battery = quov::platform::kBatteryUnplugged;

@@ -72,21 +72,17 @@ TEST(LinuxDevice, SystemVersionFromOsReleaseElseTheKernel) {
 }
 
 TEST(LinuxDevice, ChassisGivesModelWordAndIdiom) {
-    struct Case {
-        Files files;
-        std::string model;
-        std::optional<int> idiom;
-    } cases[] = {
+    const std::tuple<Files, std::string, std::optional<int>> cases[] = {
         {{{"/etc/machine-info", "X=y\nCHASSIS=handset\n"}}, "Handset", 0},
         {{{"/sys/firmware/devicetree/base/chassis-type", std::string("tablet\0", 7)}}, "Tablet", 1},
         {{{"/sys/class/dmi/id/chassis_type", "9\n"}}, "Laptop", 5},
         {{{"/etc/machine-info", "CHASSIS=spaceship\n"}, {"/sys/class/dmi/id/chassis_type", "17"}}, "Server", 5},
         {{}, "Computer", std::nullopt},
     };
-    for (const auto& c : cases) {
-        Tree t(c.files);
-        EXPECT_EQ(t.platform().model(), c.model);
-        EXPECT_EQ(t.platform().userInterfaceIdiom(), c.idiom) << c.model;
+    for (const auto& [files, model, idiom] : cases) {
+        Tree t(files);
+        EXPECT_EQ(t.platform().model(), model);
+        EXPECT_EQ(t.platform().userInterfaceIdiom(), idiom) << model;
     }
 }
 

@@ -124,12 +124,11 @@ TEST(RgbaPainter, CachedImagesDrawTheSamePixelsAndAreSampledOnlyWhenTheirPlaceme
     };
     constexpr int kW = 200, kH = 160;
     platform::RgbaImageCache cache;
-    int seed = 0;
     for (const auto& f : frames) {
+        const auto seed = &f - frames;
         std::vector<std::uint8_t> cached(kW * kH * 4);
         for (std::size_t i = 0; i < cached.size(); ++i) cached[i] = static_cast<std::uint8_t>(i * 31 + i / 977 + seed * 101);
         auto fresh = cached;
-        ++seed;
         const auto before = cache.samplings();
         for (auto* bytes : {&cached, &fresh}) {
             platform::RgbaPainter painter({bytes->data(), kW, kH, kW * 4}, 1, 1, bytes == &cached ? &cache : nullptr);
