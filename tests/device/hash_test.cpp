@@ -34,8 +34,7 @@ TEST(Hash, DataMD5KnownDigestsAndFileMD5ReadsEveryChunkAndRefusesWhatItCannotRea
     // 1023, 1024 and 1025 bytes straddle the chunk edge; 5000 spans several chunks.
     const fs::path p = fs::temp_directory_path() / ("quov-md5-" + std::to_string(::getpid()));
     for (std::size_t size : {0u, 1u, 1023u, 1024u, 1025u, 5000u}) {
-        std::string bytes;
-        for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>('a' + i % 26);
+        const std::string bytes(size, 'q');
         std::ofstream(p, std::ios::binary) << bytes;
         EXPECT_EQ(QVDeviceInfo::fileMD5(p.string()), QVDeviceInfo::dataMD5(bytes)) << size;
     }

@@ -24,8 +24,7 @@ protected:
     void SetUp() override {
         scope.device->idfa = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
         QuovAd::shared().setIMEI(std::string("861"));
-        server.on("/v1", Answer::empty());
-        server.on("/c", Answer::empty());
+        for (const char* path : {"/v1", "/c"}) server.on(path, Answer::empty());
         server.on("/bad", Answer::text("no", 500));
     }
     QVBidModelPtr bid(json views, json clicks) {

@@ -1,5 +1,4 @@
-// The RGBA path: an ad view drawn into a host-owned buffer, pixels checked at the
-// laid-out places, and the surface's input and change tracking.
+// The RGBA path: an ad view drawn into a host-owned buffer, its input and change tracking.
 #include <quov/QuovFrame.h>  // first: the public header stands on its own, free of SDL
 
 #include "platform/toolkit/Window.h"

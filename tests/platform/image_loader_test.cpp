@@ -75,12 +75,10 @@ TEST_F(ImageLoaderTest, ConcurrentLoadsShareOneDownloadLaterOnesHitTheCacheFailu
     const auto a = server_.url("/a.png"), b = server_.url("/b.png");
     const auto images = loadAll(loop_, loader_, {a, b, a, a});
     ASSERT_TRUE(images[0] && images[1]);
-    EXPECT_EQ(images[0]->width, 8);
-    EXPECT_EQ(images[1]->width, 6);
+    EXPECT_TRUE(images[0]->width == 8 && images[1]->width == 6);
     EXPECT_TRUE(images[2] == images[0] && images[3] == images[0]);
     EXPECT_EQ(load("/a.png"), images[0]);
-    EXPECT_EQ(server_.countOn("/a.png"), 1u);
-    EXPECT_EQ(server_.countOn("/b.png"), 1u);
+    EXPECT_TRUE(server_.countOn("/a.png") == 1u && server_.countOn("/b.png") == 1u);
     EXPECT_EQ(load("/flaky.png"), nullptr);
     EXPECT_TRUE(load("/flaky.png"));
 }

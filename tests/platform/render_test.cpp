@@ -1,5 +1,4 @@
-// The SDL backend on the offscreen driver: what it draws, read back as pixels, and
-// what it does when the host changes renderers.
+// The SDL backend on the offscreen driver: what it draws, and what it does when the host changes renderers.
 #include <quov/QuovSDL.h>  // first: the public header stands on its own
 
 #include "platform/toolkit/Application.h"

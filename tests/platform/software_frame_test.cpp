@@ -1,6 +1,5 @@
-// The software renderer's fast path against plain SDL calls on the same tree:
-// prescaled images, translucent fills blended into the window's surface and fills
-// skipped under opaque images must leave the frame exactly as it was.
+// The software renderer's fast path (prescaled images, fills blended into the window's surface or
+// skipped under opaque images) against plain SDL calls on the same tree: the same frame, exactly.
 #include "platform/sdl/SdlBackend.h"
 #include "platform/sdl/SoftwareFrame.h"
 #include "platform/toolkit/Application.h"

@@ -40,7 +40,6 @@ struct FakeDevicePlatform final : DevicePlatform {
     std::optional<std::int32_t> capacity = 80;
     int battery = kBatteryUnplugged;
 
-    /// An IPv4 list entry from dotted text.
     static InterfaceAddress ipv4(std::string name, const char* dotted);
 
 #define QUOV_FAKE(type, method, value) \
