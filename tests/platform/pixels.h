@@ -4,35 +4,30 @@
 
 #include "platform/toolkit/Image.h"
 
+#include <array>
 #include <memory>
 
 namespace quov::test {
 
-inline std::shared_ptr<platform::Image> blankImage(int w, int h) {
+// An image whose pixel (x, y) is rgba(x, y).
+template <class Rgba>
+platform::ImagePtr makeImage(int w, int h, Rgba rgba) {
     auto img = std::make_shared<platform::Image>();
     img->width = w;
     img->height = h;
     img->rgba = platform::PixelBytes(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 4);
+    for (int i = 0; i < w * h * 4; ++i) img->rgba[i] = static_cast<std::uint8_t>(rgba(i / 4 % w, i / 4 / w)[i % 4]);
     return img;
 }
 
-inline platform::ImagePtr solidImage(int w, int h, std::uint8_t r, std::uint8_t g, std::uint8_t b) {
-    auto img = blankImage(w, h);
-    const std::uint8_t pixel[] = {r, g, b, 255};
-    for (std::size_t i = 0; i < img->rgba.size(); ++i) img->rgba[i] = pixel[i % 4];
-    return img;
+inline platform::ImagePtr solidImage(int w, int h, int r, int g, int b) {
+    return makeImage(w, h, [=](int, int) { return std::array{r, g, b, 255}; });
 }
 
 inline platform::ImagePtr patternImage(int w, int h, bool holes) {
-    auto img = blankImage(w, h);
-    for (int y = 0, i = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x, i += 4) {
-            img->rgba[i] = static_cast<std::uint8_t>(x * 7);
-            img->rgba[i + 1] = static_cast<std::uint8_t>(y * 5);
-            img->rgba[i + 2] = static_cast<std::uint8_t>((x ^ y) * 3);
-            img->rgba[i + 3] = static_cast<std::uint8_t>(!holes ? 255 : (x / 9 + y / 7) % 3 == 0 ? 0 : 60 + (x * y) % 196);
-        }
-    return img;
+    return makeImage(w, h, [=](int x, int y) {
+        return std::array{x * 7, y * 5, (x ^ y) * 3, !holes ? 255 : (x / 9 + y / 7) % 3 == 0 ? 0 : 60 + (x * y) % 196};
+    });
 }
 
 }  // namespace quov::test

@@ -1,6 +1,5 @@
-// The software renderer's fast path against plain SDL calls on the same tree:
-// prescaled images, translucent fills blended into the window's surface and fills
-// skipped under opaque images must leave the frame exactly as it was.
+// The software renderer's fast path (prescaled images, fills blended into the window's surface or
+// skipped under opaque images) against plain SDL calls on the same tree: the same frame, exactly.
 #include "platform/sdl/SdlBackend.h"
 #include "platform/sdl/SoftwareFrame.h"
 #include "platform/toolkit/Application.h"
@@ -52,58 +51,57 @@ private:
     TextureCache& t_;
 };
 
-struct Scene {
-    const char* name;
-    int width, height;
-    ContentMode mode;
-    bool transparentCreative;
-    double imageAlpha;
-};
-
-class SoftwareFrame : public ::testing::TestWithParam<Scene> {};
-
 // The ad's shape: a full-screen translucent mask, an image over it, a button beside it.
-TEST_P(SoftwareFrame, MatchesPlainSdlCallsPixelForPixel) {
-    const Scene scene = GetParam();
-    HeadlessDisplay display(scene.width, scene.height);
-    MainLoop loop;
-    Application app(loop);
-    SdlBackend backend(app);
-    backend.attachWindow(display.window());
-    auto window = app.keyWindow();
-    const double w = scene.width, h = scene.height;
-    auto mask = View::make(window->bounds());
-    mask->setBackgroundColor(Color::black());
-    mask->setAlpha(0.8);
-    const Rect imageFrame{{w * 0.131 + 0.4, h * 0.077 + 0.3}, {w * 0.61 + 0.7, h * 0.71 + 0.2}};
-    auto image = ImageView::make(imageFrame);
-    image->setContentMode(scene.mode);
-    image->setImage(test::patternImage(301, 257, scene.transparentCreative));
-    image->setAlpha(scene.imageAlpha);
-    auto button = Button::make({{imageFrame.origin.x + imageFrame.size.width + 10.5, imageFrame.origin.y - 3}, {40, 40}});
-    button->setContentEdgeInsets({5, 5, 5, 5});
-    button->setImage(test::patternImage(120, 120, true), ControlState::Normal);
-    for (const ViewPtr& v : {mask, ViewPtr(image), ViewPtr(button)}) window->addSubview(v);
+TEST(SoftwareFrame, MatchesPlainSdlCallsPixelForPixel) {
+    const struct {
+        const char* name;
+        int width, height;
+        ContentMode mode;
+        bool transparentCreative;
+        double imageAlpha;
+    } scenes[] = {{"landscape fill", 480, 270, ContentMode::ScaleAspectFill, false, 1},
+                  {"transparent creative", 300, 400, ContentMode::ScaleAspectFit, true, 1},
+                  {"translucent view", 270, 480, ContentMode::ScaleToFill, false, 0.6}};
+    for (const auto& scene : scenes) {
+        SCOPED_TRACE(scene.name);
+        HeadlessDisplay display(scene.width, scene.height);
+        MainLoop loop;
+        Application app(loop);
+        SdlBackend backend(app);
+        backend.attachWindow(display.window());
+        auto window = app.keyWindow();
+        const double w = scene.width, h = scene.height;
+        auto mask = View::make(window->bounds());
+        mask->setBackgroundColor(Color::black());
+        mask->setAlpha(0.8);
+        const Rect imageFrame{{w * 0.131 + 0.4, h * 0.077 + 0.3}, {w * 0.61 + 0.7, h * 0.71 + 0.2}};
+        auto image = ImageView::make(imageFrame);
+        image->setContentMode(scene.mode);
+        image->setImage(test::patternImage(301, 257, scene.transparentCreative));
+        image->setAlpha(scene.imageAlpha);
+        auto button = Button::make({{w * 0.741 + 11.6, h * 0.077 - 2.7}, {40, 40}});  // right of the image
+        button->setContentEdgeInsets({5, 5, 5, 5});
+        button->setImage(test::patternImage(120, 120, true), ControlState::Normal);
+        for (const ViewPtr& v : {mask, ViewPtr(image), ViewPtr(button)}) window->addSubview(v);
 
-    const auto background = [&] {  // varied, so every blend rounding shows
-        for (int y = 0; y < scene.height; y += 16)
-            for (int x = 0; x < scene.width; x += 16) {
-                SDL_SetRenderDrawColor(display.renderer(), Uint8(x * 3), Uint8(y * 5), Uint8(x + y), 255);
-                const SDL_Rect r{x, y, 16, 16};
-                SDL_RenderFillRect(display.renderer(), &r);
-            }
-    };
-    // The fast fill needs a window surface in a format it knows; the offscreen driver's is one.
-    const SDL_Surface* surface = SDL_GetWindowSurface(display.window());
-    ASSERT_TRUE(surface && (surface->format->format == SDL_PIXELFORMAT_RGB888 ||
-                            surface->format->format == SDL_PIXELFORMAT_ARGB8888));
+        const auto background = [&] {  // varied, so every blend rounding shows
+            for (int y = 0; y < scene.height; y += 16)
+                for (int x = 0; x < scene.width; x += 16) {
+                    SDL_SetRenderDrawColor(display.renderer(), Uint8(x * 3), Uint8(y * 5), Uint8(x + y), 255);
+                    const SDL_Rect r{x, y, 16, 16};
+                    SDL_RenderFillRect(display.renderer(), &r);
+                }
+        };
+        // The fast fill needs a window surface in a format it knows; the offscreen driver's is one.
+        const SDL_Surface* surface = SDL_GetWindowSurface(display.window());
+        ASSERT_TRUE(surface && (surface->format->format == SDL_PIXELFORMAT_RGB888 ||
+                                surface->format->format == SDL_PIXELFORMAT_ARGB8888));
 
-    background();
-    backend.render(display.renderer());
-    const PixelBuffer fast = display.readPixels();
+        background();
+        backend.render(display.renderer());
+        const PixelBuffer fast = display.readPixels();
 
-    background();
-    {
+        background();
         TextureCache textures;
         textures.bind(display.renderer());
         SDL_SetRenderDrawBlendMode(display.renderer(), SDL_BLENDMODE_BLEND);
@@ -111,46 +109,30 @@ TEST_P(SoftwareFrame, MatchesPlainSdlCallsPixelForPixel) {
         window->layoutIfNeeded();
         drawViewTree(*window, plain);
         SDL_RenderFlush(display.renderer());
-        textures.clear();
+        EXPECT_TRUE(fast.rgba == display.readPixels().rgba);
+
+        backend.releaseRenderer();
     }
-    EXPECT_TRUE(fast.rgba == display.readPixels().rgba) << scene.name;
-
-    // Scaled once; again only when the on-screen size changes.
-    const auto scalings = backend.softwareCache().scalings();
-    for (int i = 0; i < 3; ++i) backend.render(display.renderer());
-    EXPECT_EQ(backend.softwareCache().scalings(), scalings);
-    image->setFrame({imageFrame.origin, {imageFrame.size.width - 20, imageFrame.size.height - 20}});
-    backend.render(display.renderer());
-    EXPECT_EQ(backend.softwareCache().scalings(), scalings + 1);
-    backend.releaseRenderer();
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Scenes, SoftwareFrame,
-    ::testing::Values(Scene{"landscape_fill", 480, 270, ContentMode::ScaleAspectFill, false, 1},
-                      Scene{"transparent_creative", 300, 400, ContentMode::ScaleAspectFit, true, 1},
-                      Scene{"translucent_view", 270, 480, ContentMode::ScaleToFill, false, 0.6}),
-    [](const auto& param) { return std::string(param.param.name); });
 
 // The in-place fill against SDL's own blended fill on the same bytes: every alpha,
 // every destination byte value, both formats, rectangles SDL has to clip.
 TEST(SoftwareBlendFill, LeavesTheSameBytesAsSdlsBlendedFill) {
-    struct Case {
+    const auto make = [](Uint32 format) {
+        return std::unique_ptr<SDL_Surface, decltype(&SDL_FreeSurface)>(
+            SDL_CreateRGBSurfaceWithFormat(0, 256, 16, 32, format), &SDL_FreeSurface);
+    };
+    const struct {
         Uint32 format;
         SDL_Rect rect;
         Uint8 r, g, b;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {SDL_PIXELFORMAT_RGB888, {-7, 3, 100, 40}, 200, 17, 255},
         {SDL_PIXELFORMAT_ARGB8888, {0, 0, 256, 16}, 0, 0, 0},
         {SDL_PIXELFORMAT_ARGB8888, {61, -2, 300, 9}, 255, 128, 1},
     };
-    for (const Case& c : cases) {
-        const auto make = [&] {
-            return std::unique_ptr<SDL_Surface, decltype(&SDL_FreeSurface)>(
-                SDL_CreateRGBSurfaceWithFormat(0, 256, 16, 32, c.format), &SDL_FreeSurface);
-        };
-        auto start = make(), ours = make(), theirs = make();  // every byte value in every channel
+    for (const auto& c : cases) {
+        auto start = make(c.format), ours = make(c.format), theirs = make(c.format);  // every byte value, each channel
         auto* bytes = static_cast<Uint8*>(start->pixels);
         for (int i = 0; i < start->pitch * start->h; ++i) bytes[i] = static_cast<Uint8>(i / 4 + (i % 4) * 67 + i / 1024);
         SDL_Renderer* sdl = SDL_CreateSoftwareRenderer(theirs.get());
@@ -170,9 +152,7 @@ TEST(SoftwareBlendFill, LeavesTheSameBytesAsSdlsBlendedFill) {
         EXPECT_EQ(mismatched, 0) << SDL_GetPixelFormatName(c.format) << " rect x " << c.rect.x;
         SDL_DestroyRenderer(sdl);
     }
-    auto other = std::unique_ptr<SDL_Surface, decltype(&SDL_FreeSurface)>(
-        SDL_CreateRGBSurfaceWithFormat(0, 8, 8, 32, SDL_PIXELFORMAT_ABGR8888), &SDL_FreeSurface);
-    EXPECT_FALSE(blendFill(other.get(), {0, 0, 8, 8}, 1, 2, 3, 100)) << "a layout it does not know";
+    EXPECT_FALSE(blendFill(make(SDL_PIXELFORMAT_ABGR8888).get(), {0, 0, 8, 8}, 1, 2, 3, 100)) << "an unknown layout";
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
 #include "tests/support/SdlHeadless.h"
 
-#include "platform/runtime/Log.h"
-
 #include <stdexcept>
+#include <string>
 
 namespace quov::platform {
 
@@ -11,9 +10,6 @@ HeadlessDisplay::HeadlessDisplay(int width, int height) {
         SDL_SetHintWithPriority(SDL_HINT_VIDEODRIVER, "offscreen", SDL_HINT_OVERRIDE);
     if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0)
         throw std::runtime_error(std::string("SDL video: ") + SDL_GetError());
-    // SDL falls back silently when it cannot have what it was asked for.
-    const char* driver = SDL_GetCurrentVideoDriver();
-    QVLog("Headless rendering on SDL video driver %@", std::string(driver ? driver : ""));
     // Otherwise SDL backs the window with a GPU texture: slow, leaky, not the software path.
     SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
     window_ = SDL_CreateWindow("QuovSDK", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width,

@@ -12,19 +12,9 @@ struct PixelBuffer {
     int width = 0;
     int height = 0;
     std::vector<std::uint8_t> rgba;
-    struct Pixel {
-        int r, g, b, a;
-    };
-    Pixel at(int x, int y) const {
-        if (x < 0 || y < 0 || x >= width || y >= height) return {0, 0, 0, 0};
-        const auto* p = &rgba[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                               static_cast<std::size_t>(x)) * 4];
-        return {p[0], p[1], p[2], p[3]};
-    }
 };
 
-/// A window and a software renderer on SDL's offscreen video driver (overriding
-/// SDL_VIDEODRIVER unless SDL video already runs): the SDL backend with no display.
+/// A window and a software renderer on SDL's offscreen video driver (unless SDL video already runs).
 class HeadlessDisplay {
 public:
     /// Throws std::runtime_error when SDL cannot give a window or a software renderer.
@@ -35,11 +25,8 @@ public:
 
     SDL_Window* window() const { return window_; }
     SDL_Renderer* renderer() const { return renderer_; }
-    /// Clears to an opaque colour, as a host's frame would.
     void clear(std::uint8_t r, std::uint8_t g, std::uint8_t b);
     PixelBuffer readPixels() const;
-    /// SDL queues the window events a host would see.
-    void resize(int width, int height) { SDL_SetWindowSize(window_, width, height); }
 
 private:
     SDL_Window* window_ = nullptr;

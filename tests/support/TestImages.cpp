@@ -4,14 +4,12 @@
 #include <SDL_image.h>
 
 #include <stdexcept>
-#include <vector>
 
 namespace quov::test {
 namespace {
 
-using Saver = std::function<int(SDL_Surface*, SDL_RWops*)>;
-
-std::string encode(int width, int height, const PixelFn& pixel, const Saver& save) {
+// A JPEG at the given quality, a PNG without one.
+std::string encode(int width, int height, const PixelFn& pixel, int jpegQuality) {
     SDL_Surface* surface =
         SDL_CreateRGBSurfaceWithFormat(0, width, height, 32, SDL_PIXELFORMAT_RGBA32);
     if (!surface) throw std::runtime_error(SDL_GetError());
@@ -25,7 +23,7 @@ std::string encode(int width, int height, const PixelFn& pixel, const Saver& sav
     // Room for an incompressible image plus headers.
     std::vector<char> buffer(static_cast<std::size_t>(width) * height * 5 + 65536);
     SDL_RWops* rw = SDL_RWFromMem(buffer.data(), static_cast<int>(buffer.size()));
-    const int failed = save(surface, rw);
+    const int failed = jpegQuality ? IMG_SaveJPG_RW(surface, rw, 0, jpegQuality) : IMG_SavePNG_RW(surface, rw, 0);
     const auto size = SDL_RWtell(rw);
     SDL_RWclose(rw);
     SDL_FreeSurface(surface);
@@ -48,33 +46,10 @@ void putBE32(std::string& s, std::size_t at, std::uint32_t v) {
 
 }  // namespace
 
-std::string encodePNG(int width, int height, const PixelFn& pixel) {
-    return encode(width, height, pixel,
-                  [](SDL_Surface* s, SDL_RWops* rw) { return IMG_SavePNG_RW(s, rw, 0); });
-}
+std::string encodePNG(int width, int height, const PixelFn& pixel) { return encode(width, height, pixel, 0); }
 
 std::string encodeJPEG(int width, int height, const PixelFn& pixel, int quality) {
-    return encode(width, height, pixel, [quality](SDL_Surface* s, SDL_RWops* rw) {
-        return IMG_SaveJPG_RW(s, rw, 0, quality);
-    });
-}
-
-std::string twoPixelGIF() {
-    static const char bytes[] =
-        "GIF89a\x02\x00\x01\x00\x80\x00\x00"      // 2x1, a global table of two colours
-        "\xff\x00\x00\x00\xff\x00"                // red, green
-        "\x21\xf9\x04\x01\x00\x00\x01\x00"        // index 1 is transparent
-        "\x2c\x00\x00\x00\x00\x02\x00\x01\x00\x00"  // the frame, 2x1
-        "\x02\x02\x44\x0a\x00"                    // LZW: clear, 0, 1, end
-        "\x3b";
-    return std::string(bytes, sizeof bytes - 1);
-}
-
-std::string onePixelWebP() {
-    static const char bytes[] =
-        "RIFF\x1a\x00\x00\x00WEBPVP8L\x0d\x00\x00\x00\x2f\x00\x00\x00\x10\x07\x10\x11\x11\x88"
-        "\x88\xfe\x07\x00";
-    return std::string(bytes, sizeof bytes - 1);
+    return encode(width, height, pixel, quality);
 }
 
 std::string withPNGSize(std::string png, std::uint32_t width, std::uint32_t height) {
@@ -82,22 +57,6 @@ std::string withPNGSize(std::string png, std::uint32_t width, std::uint32_t heig
     putBE32(png, 20, height);
     putBE32(png, 29, crc32(png, 12, 17));  // over "IHDR" and its 13 bytes
     return png;
-}
-
-std::string withJPEGSize(std::string jpeg, std::uint16_t width, std::uint16_t height) {
-    std::size_t i = 2;
-    while (i + 9 < jpeg.size()) {
-        const auto marker = static_cast<unsigned char>(jpeg[i + 1]);
-        const std::size_t length = static_cast<unsigned char>(jpeg[i + 2]) << 8 |
-                                   static_cast<unsigned char>(jpeg[i + 3]);
-        if (marker >= 0xc0 && marker <= 0xc2) {
-            jpeg[i + 5] = static_cast<char>(height >> 8), jpeg[i + 6] = static_cast<char>(height);
-            jpeg[i + 7] = static_cast<char>(width >> 8), jpeg[i + 8] = static_cast<char>(width);
-            return jpeg;
-        }
-        i += 2 + length;
-    }
-    throw std::runtime_error("no frame header in the test JPEG");
 }
 
 }  // namespace quov::test

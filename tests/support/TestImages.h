@@ -13,14 +13,7 @@ using PixelFn = std::function<std::uint32_t(int x, int y)>;
 std::string encodePNG(int width, int height, const PixelFn& pixel);
 std::string encodeJPEG(int width, int height, const PixelFn& pixel, int quality = 90);
 
-/// A 2x1 GIF: an opaque red pixel, then one of the transparent colour index.
-std::string twoPixelGIF();
-/// A 1x1 lossless WebP.
-std::string onePixelWebP();
-
 /// The PNG with its header claiming another size (CRC fixed, so decoders believe it).
 std::string withPNGSize(std::string png, std::uint32_t width, std::uint32_t height);
-/// The JPEG with its frame header claiming another size.
-std::string withJPEGSize(std::string jpeg, std::uint16_t width, std::uint16_t height);
 
 }  // namespace quov::test

@@ -4,11 +4,6 @@
 
 namespace quov::platform {
 
-int FakeDevicePlatform::callCount(const std::string& query) const {
-    auto it = calls.find(query);
-    return it == calls.end() ? 0 : it->second;
-}
-
 InterfaceAddress FakeDevicePlatform::ipv4(std::string name, const char* dotted) {
     InterfaceAddress a;
     a.name = std::move(name);

@@ -8,7 +8,7 @@
 namespace quov::platform {
 
 /// A scriptable device platform: every answer a public field (defaults: a complete,
-/// unremarkable device), every query counted. Script it before installing it.
+/// unremarkable device). Script it before installing it.
 struct FakeDevicePlatform final : DevicePlatform {
     std::string machine = "Fake1,1";
     std::string osName = "Linux";
@@ -40,17 +40,10 @@ struct FakeDevicePlatform final : DevicePlatform {
     std::optional<std::int32_t> capacity = 80;
     int battery = kBatteryUnplugged;
 
-    /// How often each query (by its method name) was asked.
-    mutable std::map<std::string, int> calls;
-    int callCount(const std::string& query) const;
-    /// An IPv4 list entry from dotted text.
     static InterfaceAddress ipv4(std::string name, const char* dotted);
 
 #define QUOV_FAKE(type, method, value) \
-    type method() const override {       \
-        ++calls[#method];                \
-        return value;                    \
-    }
+    type method() const override { return value; }
     QUOV_FAKE(std::string, machineIdentifier, machine)
     QUOV_FAKE(std::string, systemName, osName)
     QUOV_FAKE(std::string, systemVersion, osVersion)
@@ -74,13 +67,9 @@ struct FakeDevicePlatform final : DevicePlatform {
     QUOV_FAKE(Bundle, bundleInfo, bundle)
 #undef QUOV_FAKE
     std::optional<HardwareAddress> hardwareAddress(const std::string& interface) const override {
-        ++calls["hardwareAddress"];
         return primaryInterface && interface == *primaryInterface ? hwAddress : std::nullopt;
     }
-    std::optional<std::uint32_t> reachabilityFlags(const std::string&) const override {
-        ++calls["reachabilityFlags"];
-        return reachability;
-    }
+    std::optional<std::uint32_t> reachabilityFlags(const std::string&) const override { return reachability; }
 };
 
 }  // namespace quov::platform
