@@ -4,7 +4,6 @@
 
 #include <poll.h>
 
-#include <atomic>
 #include <numeric>
 #include <stdexcept>
 #include <thread>
@@ -56,19 +55,6 @@ TEST(MainLoop, FdIsReadableExactlyWhileTasksWaitAndAThrowingTaskLosesNothing) {
     EXPECT_TRUE(readable(loop.fd()));
     loop.drain();
     EXPECT_EQ(order, (std::vector<int>{1, 3, 4}));
-}
-
-TEST(MainLoop, AnotherThreadsPostWakesAPollerAndRunUntilReturnsWhenDoneOrTimedOut) {
-    quov::MainLoop loop;
-    std::atomic<bool> flag{false};
-    std::thread worker([&] { loop.post([&] { flag = true; }); });
-    pollfd p{loop.fd(), POLLIN, 0};
-    ASSERT_EQ(::poll(&p, 1, 10000), 1);
-    worker.join();
-    EXPECT_TRUE(loop.runUntil([&] { return flag.load(); }, std::chrono::seconds(10)));
-    int polls = 0;
-    EXPECT_FALSE(loop.runUntil([&] { return ++polls, false; }, std::chrono::milliseconds(20)));
-    EXPECT_GE(polls, 1);
 }
 
 }  // namespace

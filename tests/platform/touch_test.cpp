@@ -11,21 +11,6 @@ namespace {
 using namespace quov;
 using namespace quov::platform;
 
-TEST(ViewTree, SubviewOrderOwnershipAndCycles) {
-    auto parent = View::make(), other = View::make(), a = View::make(), b = View::make();
-    parent->addSubview(a), parent->addSubview(b);
-    parent->addSubview(a);  // re-adding brings it to the front
-    EXPECT_EQ(parent->subviews(), (std::vector<ViewPtr>{b, a}));
-    other->addSubview(a);  // moving takes it out of the old superview
-    EXPECT_EQ(parent->subviews(), (std::vector<ViewPtr>{b}));
-    EXPECT_EQ(a->superview(), other);
-    for (const auto& bad : {a, other, ViewPtr()}) EXPECT_THROW(a->addSubview(bad), std::invalid_argument);
-    std::weak_ptr<View> weakA = a;
-    a->removeFromSuperview();
-    a.reset();
-    EXPECT_TRUE(weakA.expired()) << "the superview was the only other owner";
-}
-
 TEST(HitTest, FrontToBackOverVisibleInteractiveViewsWithinTheirSuperview) {
     auto window = Window::make({{0, 0}, {200, 200}});
     auto back = View::make({{0, 0}, {200, 200}}), front = View::make({{50, 50}, {100, 100}});
