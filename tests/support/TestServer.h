@@ -8,13 +8,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
-
-namespace httplib {
-class Server;
-}
 
 namespace quov::test {
 
@@ -43,8 +38,8 @@ struct Received {
     std::string header(const std::string& name) const;
 };
 
-/// A real HTTP server on 127.0.0.1, answering as scripted per path (unscripted: 404)
-/// and recording every request. Thread-safe.
+/// An HTTP/1.1 server on 127.0.0.1 that keeps connections alive, answers as scripted per
+/// path (unscripted: 404) and records every request exactly as it came. Thread-safe.
 class TestServer {
 public:
     TestServer();
@@ -52,8 +47,8 @@ public:
     TestServer(const TestServer&) = delete;
     TestServer& operator=(const TestServer&) = delete;
 
-    int port() const { return port_; }
-    std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
+    int port() const;
+    std::string base() const { return "http://127.0.0.1:" + std::to_string(port()); }
     std::string url(const std::string& pathAndQuery) const { return base() + pathAndQuery; }
 
     void on(const std::string& path, Answer answer) { onSequence(path, {std::move(answer)}); }
@@ -72,13 +67,12 @@ public:
     static int deadPort();
 
 private:
-    std::unique_ptr<httplib::Server> server_;
-    std::thread thread_;
-    int port_ = 0;
+    Answer answer(Received request);  // records the request, picks its scripted answer
     mutable std::mutex mutex_;
     mutable std::condition_variable arrived_;
     std::map<std::string, std::pair<std::vector<Answer>, std::size_t>> scripts_;
     std::vector<Received> received_;
+    std::unique_ptr<FaultServer> server_;  // last: its threads use the members above
 };
 
 /// Answers its first `answered` requests on kept-alive connections, then reads each
