@@ -81,7 +81,7 @@ Answer TestServer::answer(Received r) {
 
 TestServer::~TestServer() = default;
 
-int TestServer::port() const { return server_->port(); }
+std::string TestServer::base() const { return server_->base(); }
 
 void TestServer::onSequence(const std::string& path, std::vector<Answer> answers) {
     if (answers.empty()) throw std::invalid_argument("TestServer::onSequence: no answers");

@@ -47,8 +47,7 @@ public:
     TestServer(const TestServer&) = delete;
     TestServer& operator=(const TestServer&) = delete;
 
-    int port() const;
-    std::string base() const { return "http://127.0.0.1:" + std::to_string(port()); }
+    std::string base() const;
     std::string url(const std::string& pathAndQuery) const { return base() + pathAndQuery; }
 
     void on(const std::string& path, Answer answer) { onSequence(path, {std::move(answer)}); }
