@@ -3,6 +3,7 @@
 #include "support/TestServer.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
@@ -93,13 +94,14 @@ FaultServer::FaultServer(Behaviour behaviour, bool tls)
         throw std::runtime_error("FaultServer: cannot listen on 127.0.0.1");
     port_ = ntohs(addr.sin_port);
     acceptor_ = std::thread([this] {
-        for (int fd; (fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+        for (int fd, on = 1; (fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
             std::lock_guard lock(mutex_);
             if (stopping_) {
                 ::close(fd);
                 return;
             }
             ++connections_;
+            ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // a head and body sent apart never wait
             fds_.push_back(fd);
             threads_.emplace_back([this, fd] { serve(fd); });
         }

@@ -38,8 +38,6 @@ public:
 
     explicit FaultServer(Behaviour behaviour, bool tls = false);
     ~FaultServer();
-    FaultServer(const FaultServer&) = delete;
-    FaultServer& operator=(const FaultServer&) = delete;
 
     int port() const { return port_; }
     /// "http://127.0.0.1:<port>" ("https://" with tls).

@@ -44,8 +44,6 @@ class TestServer {
 public:
     TestServer();
     ~TestServer();
-    TestServer(const TestServer&) = delete;
-    TestServer& operator=(const TestServer&) = delete;
 
     std::string base() const;
     std::string url(const std::string& pathAndQuery) const { return base() + pathAndQuery; }
@@ -83,8 +81,6 @@ public:
                                std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
                                                     "Content-Length: 2\r\n\r\n{}");
     ~UnansweringServer();
-    UnansweringServer(const UnansweringServer&) = delete;
-    UnansweringServer& operator=(const UnansweringServer&) = delete;
 
     std::string url(const std::string& pathAndQuery) const;
     std::size_t count() const { return count_; }  // requests read, answered ones included
