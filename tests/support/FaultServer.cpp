@@ -155,7 +155,7 @@ UnansweringServer::UnansweringServer(After after, std::size_t answered, std::str
               }
               arrived_.notify_all();
               if (!reply) {
-                  while (after == After::Stall && c.pause(1000)) {}
+                  if (after == After::Stall) c.pause(-1);
                   return;
               }
           } while (c.send(answer) && c.next());

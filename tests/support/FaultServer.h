@@ -11,9 +11,9 @@
 
 namespace quov::test {
 
-/// A raw loopback listener for what a well-behaved HTTP server never does: each
-/// connection reads one request, then the behaviour writes what it likes. With tls, a
-/// connection only does a handshake with a self-signed certificate.
+/// A raw loopback listener: each connection reads one request, then the behaviour writes
+/// what it likes, well-formed or not. With tls, a connection only does a handshake with
+/// a self-signed certificate.
 class FaultServer {
 public:
     class Conn {
@@ -23,7 +23,7 @@ public:
         bool next();
         /// Writes all of data; false once the peer or the server is gone.
         bool send(std::string_view data);
-        /// Sleeps up to ms; false when the peer hung up or the server stopped.
+        /// Waits ms (-1: until the end); false when the peer hung up or the server stopped.
         bool pause(int ms);
         bool stopping() const { return server->stopping_.load(); }
         void reset();  // the close at the end sends RST instead of FIN
