@@ -18,8 +18,8 @@ Received parse(const FaultServer::Conn& c) {
     std::string line;
     in >> r.method >> r.target;
     std::getline(in, line);  // the protocol version
-    while (std::getline(in, line) && line != "\r") {
-        line.pop_back();  // '\r'
+    while (std::getline(in, line) && line.size() > 1) {  // each line ends in '\r'; the blank one is just that
+        line.pop_back();
         if (const auto colon = line.find(':'); colon != std::string::npos) {
             std::string value = line.substr(colon + 1);
             value.erase(0, value.find_first_not_of(' '));
