@@ -11,9 +11,9 @@
 
 namespace quov::test {
 
-/// A raw loopback listener: each connection reads one request, then the behaviour writes
-/// what it likes, well-formed or not. With tls, a connection only does a handshake with
-/// a self-signed certificate.
+/// A raw loopback listener for what a well-behaved HTTP server never does: each
+/// connection reads one request, then the behaviour writes what it likes. With tls, a
+/// connection only does a handshake with a self-signed certificate.
 class FaultServer {
 public:
     class Conn {

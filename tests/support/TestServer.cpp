@@ -1,54 +1,15 @@
 #include "support/TestServer.h"
 
 #include "support/FaultServer.h"
+#include "support/ListenBacklog.h"
 
+#include <httplib.h>
 #include <strings.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <sstream>
 #include <stdexcept>
 
 namespace quov::test {
-namespace {
-
-Received parse(const FaultServer::Conn& c) {
-    Received r;
-    std::istringstream in(c.head);
-    std::string line;
-    in >> r.method >> r.target;
-    std::getline(in, line);  // the protocol version
-    while (std::getline(in, line) && line.size() > 1) {  // each line ends in '\r'; the blank one is just that
-        line.pop_back();
-        if (const auto colon = line.find(':'); colon != std::string::npos) {
-            std::string value = line.substr(colon + 1);
-            value.erase(0, value.find_first_not_of(' '));
-            r.headers.emplace(line.substr(0, colon), value);
-        }
-    }
-    const auto q = r.target.find('?');
-    r.path = r.target.substr(0, q);
-    r.query = q == std::string::npos ? "" : r.target.substr(q + 1);
-    r.body = c.body;
-    return r;
-}
-
-std::string reply(const Answer& a) {
-    std::string out = "HTTP/1.1 " + std::to_string(a.status) + " Scripted\r\n";
-    if (!a.contentType.empty()) out += "Content-Type: " + a.contentType + "\r\n";
-    for (const auto& [k, v] : a.headers) out += k + ": " + v + "\r\n";
-    if (!a.chunked) return out + "Content-Length: " + std::to_string(a.body.size()) + "\r\n\r\n" + a.body;
-    out += "Transfer-Encoding: chunked\r\n\r\n";
-    for (std::size_t at = 0; at < a.body.size(); at += 64 * 1024) {
-        const std::string piece = a.body.substr(at, 64 * 1024);
-        char size[24];
-        std::snprintf(size, sizeof size, "%zx\r\n", piece.size());
-        out += size + piece + "\r\n";
-    }
-    return out + "0\r\n\r\n";
-}
-
-}  // namespace
 
 std::string Received::header(const std::string& name) const {
     for (const auto& [k, v] : headers)
@@ -56,32 +17,63 @@ std::string Received::header(const std::string& name) const {
     return "";
 }
 
-TestServer::TestServer()
-    : server_(std::make_unique<FaultServer>([this](FaultServer::Conn& c) {
-          do {
-              const Answer a = answer(parse(c));
-              if (a.delay.count() > 0 && !c.pause(static_cast<int>(a.delay.count()))) return;
-              if (!c.send(reply(a))) return;
-          } while (c.next());
-      })) {}
+TestServer::TestServer() : server_(std::make_unique<httplib::Server>()) {
+    // Without nodelay every reused connection stalls on Nagle and delayed ACKs. An idle
+    // kept-alive connection pins a worker, and the destructor waits for every worker.
+    server_->set_tcp_nodelay(true);
+    server_->set_keep_alive_max_count(100000);
+    server_->set_keep_alive_timeout(0);
+    server_->set_payload_max_length(64u << 20);
+    server_->new_task_queue = [] { return new httplib::ThreadPool(32); };
 
-Answer TestServer::answer(Received r) {
-    Answer a = Answer::text("not found", 404);
-    {
-        std::lock_guard lock(mutex_);
-        if (auto it = scripts_.find(r.path); it != scripts_.end()) {
-            auto& [answers, next] = it->second;
-            a = answers[std::min(next++, answers.size() - 1)];
+    auto handler = [this](const httplib::Request& req, httplib::Response& res) {
+        const auto q = req.target.find('?');
+        Received r{req.method, req.target, req.target.substr(0, q),
+                   q == std::string::npos ? "" : req.target.substr(q + 1), {}, req.body};
+        for (const auto& [k, v] : req.headers) r.headers.emplace(k, v);
+        Answer a = Answer::text("not found", 404);
+        {
+            std::lock_guard lock(mutex_);
+            if (auto it = scripts_.find(r.path); it != scripts_.end()) {
+                auto& [answers, next] = it->second;
+                a = answers[std::min(next++, answers.size() - 1)];
+            }
+            received_.push_back(std::move(r));
         }
-        received_.push_back(std::move(r));
-    }
-    arrived_.notify_all();
-    return a;
+        arrived_.notify_all();
+        std::this_thread::sleep_for(a.delay);
+        res.status = a.status;
+        for (const auto& [k, v] : a.headers) res.set_header(k.c_str(), v);
+        if (a.chunked) {
+            auto body = std::make_shared<std::string>(std::move(a.body));
+            res.set_chunked_content_provider(
+                a.contentType.empty() ? "application/octet-stream" : a.contentType,
+                [body, sent = std::size_t(0)](std::size_t, httplib::DataSink& sink) mutable {
+                    const std::size_t piece = std::min<std::size_t>(64 * 1024, body->size() - sent);
+                    if (piece > 0 && !sink.write(body->data() + sent, piece)) return false;
+                    if ((sent += piece) == body->size()) sink.done();
+                    return true;
+                });
+        } else if (!a.contentType.empty()) {
+            res.set_content(a.body, a.contentType.c_str());
+        } else {
+            res.body = a.body;
+        }
+    };
+    server_->Get(".*", handler);
+    server_->Post(".*", handler);
+    port_ = server_->bind_to_any_port("127.0.0.1");
+    if (port_ <= 0) throw std::runtime_error("TestServer: cannot bind 127.0.0.1");
+    raiseListenBacklog(port_);
+    thread_ = std::thread([this] { server_->listen_after_bind(); });
+    // stop() does nothing before the loop runs: a quick test would leave the destructor hanging.
+    while (!server_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-TestServer::~TestServer() = default;
-
-std::string TestServer::base() const { return server_->base(); }
+TestServer::~TestServer() {
+    server_->stop();
+    thread_.join();
+}
 
 void TestServer::onSequence(const std::string& path, std::vector<Answer> answers) {
     if (answers.empty()) throw std::invalid_argument("TestServer::onSequence: no answers");

@@ -8,8 +8,13 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
+
+namespace httplib {
+class Server;
+}
 
 namespace quov::test {
 
@@ -38,14 +43,17 @@ struct Received {
     std::string header(const std::string& name) const;
 };
 
-/// An HTTP/1.1 server on 127.0.0.1 that keeps connections alive, answers as scripted per
-/// path (unscripted: 404) and records every request exactly as it came. Thread-safe.
+/// A real HTTP server on 127.0.0.1, answering as scripted per path (unscripted: 404)
+/// and recording every request. Thread-safe.
 class TestServer {
 public:
     TestServer();
     ~TestServer();
+    TestServer(const TestServer&) = delete;
+    TestServer& operator=(const TestServer&) = delete;
 
-    std::string base() const;
+    int port() const { return port_; }
+    std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
     std::string url(const std::string& pathAndQuery) const { return base() + pathAndQuery; }
 
     void on(const std::string& path, Answer answer) { onSequence(path, {std::move(answer)}); }
@@ -64,12 +72,13 @@ public:
     static int deadPort();
 
 private:
-    Answer answer(Received request);  // records the request, picks its scripted answer
+    std::unique_ptr<httplib::Server> server_;
+    std::thread thread_;
+    int port_ = 0;
     mutable std::mutex mutex_;
     mutable std::condition_variable arrived_;
     std::map<std::string, std::pair<std::vector<Answer>, std::size_t>> scripts_;
     std::vector<Received> received_;
-    std::unique_ptr<FaultServer> server_;  // last: its threads use the members above
 };
 
 /// Answers its first `answered` requests on kept-alive connections, then reads each
@@ -81,6 +90,8 @@ public:
                                std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
                                                     "Content-Length: 2\r\n\r\n{}");
     ~UnansweringServer();
+    UnansweringServer(const UnansweringServer&) = delete;
+    UnansweringServer& operator=(const UnansweringServer&) = delete;
 
     std::string url(const std::string& pathAndQuery) const;
     std::size_t count() const { return count_; }  // requests read, answered ones included
