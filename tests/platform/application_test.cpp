@@ -1,5 +1,4 @@
 #include "platform/toolkit/Application.h"
-#include "platform/device/linux_device.h"
 
 #include <gtest/gtest.h>
 
@@ -11,26 +10,6 @@ namespace {
 
 using namespace quov;
 using namespace quov::platform;
-
-TEST(Orientation, TheKeyWindowAndTheDeviceLayerFollowTheScreen) {
-    auto device = std::make_shared<LinuxDevicePlatform>();
-    device->setMainScreen({{390, 844}, 3.0, std::nullopt});
-    device->setApplicationState(ApplicationState::Inactive);
-    MainLoop loop;
-    Application app(loop);
-    connectDevicePlatform(app, device);
-    EXPECT_EQ(device->screenBounds(), (Size{390, 844})) << "the host's values hold until the toolkit knows one";
-    app.setMainScreen({375, 812}, 3);
-    auto window = Window::make();
-    app.setKeyWindow(window);
-    app.setMainScreen({812, 375}, 2);
-    EXPECT_EQ(window->frame(), (Rect{{0, 0}, {812, 375}}));
-    EXPECT_EQ(device->screenBounds(), (Size{812, 375}));
-    EXPECT_EQ(device->screenCurrentModeSize(), (Size{1624, 750}));
-    EXPECT_EQ(device->applicationState(), static_cast<int>(ApplicationState::Active));
-    app.setApplicationState(ApplicationState::Background);
-    EXPECT_EQ(device->applicationState(), static_cast<int>(ApplicationState::Background));
-}
 
 TEST(NotificationCenterTest, SubscriptionsEndedDuringAPostAndSenderFilters) {
     auto center = std::make_unique<NotificationCenter>();

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,13 +16,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-HttpRequest requestTo(std::string url) {
+HttpRequest deadRequest() {
     HttpRequest r;
-    r.url = std::move(url);
+    r.url = "http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()) + "/";
     return r;
 }
-
-HttpRequest deadRequest() { return requestTo("http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()) + "/"); }
 
 TEST(Context, EveryWorkerOfAShutDownContextAnswersOnceWithAFailure) {
     MainLoop loop;
@@ -63,28 +60,6 @@ TEST(Context, RegisteredPartsGoBeforeTheCoreStops) {
         *shutDownSeen = false;
     }
     EXPECT_FALSE(*shutDownSeen) << "the part's last request met a stopped client";
-}
-
-// The warm-up makes the HTTP worker on its own thread; a first request that races
-// it must get one client and its answer, and a stop must wait for the warm-up.
-TEST(Context, FirstUseRacingTheWarmUpIsServed) {
-    test::TestServer server;
-    server.on("/ping", test::Answer::text("pong"));
-    for (int round = 0; round < 3; ++round) {
-        MainLoop loop;
-        Context context(loop);
-        context.warmUp(), context.warmUp();  // once only
-        HttpClient& client = context.http();
-        EXPECT_EQ(&context.http(), &client);
-        std::optional<HttpResponse> answer;
-        client.send(requestTo(server.url("/ping")), [&](HttpResponse r) { answer = std::move(r); });
-        ASSERT_TRUE(loop.runUntil([&] { return answer.has_value(); }, 10s)) << "round " << round;
-        EXPECT_EQ(answer->body, "pong");
-        context.shutDown();
-    }
-    MainLoop loop;
-    Context stoppedFirst(loop);
-    stoppedFirst.shutDown(), stoppedFirst.warmUp();  // nothing to warm once stopped
 }
 
 }  // namespace

@@ -4,10 +4,7 @@
 
 #include <poll.h>
 
-#include <atomic>
-#include <numeric>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -15,26 +12,6 @@ namespace {
 bool readable(int fd) {
     pollfd p{fd, POLLIN, 0};
     return ::poll(&p, 1, 0) == 1 && (p.revents & POLLIN);
-}
-
-TEST(MainLoop, RunsTasksOnTheDrainingThreadInEachPostingThreadsOrder) {
-    quov::MainLoop loop;
-    constexpr int kThreads = 4, kEach = 500;
-    std::vector<std::vector<int>> seen(kThreads);
-    std::vector<std::thread::id> ranOn;
-    std::vector<std::thread> workers;
-    for (int t = 0; t < kThreads; ++t)
-        workers.emplace_back([&, t] {
-            for (int i = 0; i < kEach; ++i)
-                loop.post([&, t, i] { seen[t].push_back(i), ranOn.push_back(std::this_thread::get_id()); });
-        });
-    for (auto& w : workers) w.join();
-    EXPECT_TRUE(ranOn.empty()) << "posting must not run anything";
-    EXPECT_EQ(loop.drain(), std::size_t(kThreads * kEach));
-    std::vector<int> inOrder(kEach);
-    std::iota(inOrder.begin(), inOrder.end(), 0);
-    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(seen[t], inOrder);
-    EXPECT_EQ(std::count(ranOn.begin(), ranOn.end(), std::this_thread::get_id()), kThreads * kEach);
 }
 
 TEST(MainLoop, FdIsReadableExactlyWhileTasksWaitAndAThrowingTaskLosesNothing) {
@@ -56,19 +33,6 @@ TEST(MainLoop, FdIsReadableExactlyWhileTasksWaitAndAThrowingTaskLosesNothing) {
     EXPECT_TRUE(readable(loop.fd()));
     loop.drain();
     EXPECT_EQ(order, (std::vector<int>{1, 3, 4}));
-}
-
-TEST(MainLoop, AnotherThreadsPostWakesAPollerAndRunUntilReturnsWhenDoneOrTimedOut) {
-    quov::MainLoop loop;
-    std::atomic<bool> flag{false};
-    std::thread worker([&] { loop.post([&] { flag = true; }); });
-    pollfd p{loop.fd(), POLLIN, 0};
-    ASSERT_EQ(::poll(&p, 1, 10000), 1);
-    worker.join();
-    EXPECT_TRUE(loop.runUntil([&] { return flag.load(); }, std::chrono::seconds(10)));
-    int polls = 0;
-    EXPECT_FALSE(loop.runUntil([&] { return ++polls, false; }, std::chrono::milliseconds(20)));
-    EXPECT_GE(polls, 1);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "support/TestServer.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
@@ -11,7 +12,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -73,16 +73,8 @@ bool FaultServer::Conn::send(std::string_view data) {
 }
 
 bool FaultServer::Conn::pause(int ms) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-    while (!stopping()) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        if (left.count() <= 0) return true;
-        pollfd p{fd, POLLIN | POLLRDHUP, 0};
-        if (::poll(&p, 1, static_cast<int>(std::min<long>(left.count(), 50))) > 0 &&
-            (p.revents & (POLLRDHUP | POLLHUP | POLLERR)))
-            return false;
-    }
-    return false;
+    pollfd p{fd, POLLRDHUP, 0};  // the destructor's shutdown() ends the wait as a hang-up does
+    return ::poll(&p, 1, ms) == 0 && !stopping();
 }
 
 void FaultServer::Conn::reset() {
@@ -102,13 +94,14 @@ FaultServer::FaultServer(Behaviour behaviour, bool tls)
         throw std::runtime_error("FaultServer: cannot listen on 127.0.0.1");
     port_ = ntohs(addr.sin_port);
     acceptor_ = std::thread([this] {
-        for (int fd; (fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+        for (int fd, on = 1; (fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
             std::lock_guard lock(mutex_);
             if (stopping_) {
                 ::close(fd);
                 return;
             }
             ++connections_;
+            ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // a head and body sent apart never wait
             fds_.push_back(fd);
             threads_.emplace_back([this, fd] { serve(fd); });
         }
@@ -162,7 +155,7 @@ UnansweringServer::UnansweringServer(After after, std::size_t answered, std::str
               }
               arrived_.notify_all();
               if (!reply) {
-                  while (after == After::Stall && c.pause(1000)) {}
+                  if (after == After::Stall) c.pause(-1);
                   return;
               }
           } while (c.send(answer) && c.next());

@@ -23,7 +23,7 @@ public:
         bool next();
         /// Writes all of data; false once the peer or the server is gone.
         bool send(std::string_view data);
-        /// Sleeps up to ms; false when the peer hung up or the server stopped.
+        /// Waits ms (-1: until the end); false when the peer hung up or the server stopped.
         bool pause(int ms);
         bool stopping() const { return server->stopping_.load(); }
         void reset();  // the close at the end sends RST instead of FIN
@@ -38,8 +38,6 @@ public:
 
     explicit FaultServer(Behaviour behaviour, bool tls = false);
     ~FaultServer();
-    FaultServer(const FaultServer&) = delete;
-    FaultServer& operator=(const FaultServer&) = delete;
 
     int port() const { return port_; }
     /// "http://127.0.0.1:<port>" ("https://" with tls).

@@ -18,8 +18,6 @@ public:
         });
     }
     ~LogCapture() { setLogSink({}); }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
 
     std::vector<std::string> lines() const {
         std::lock_guard lock(mutex_);

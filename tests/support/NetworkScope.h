@@ -35,8 +35,6 @@ public:
         if (ad.AppId() != appId_ || ad.AppKey() != appKey_) ad.setupWithAppId(appId_, appKey_);
         ad.setIMEI(imei_), ad.setOAID(oaid_), ad.setDelegate(delegate_);
     }
-    NetworkScope(const NetworkScope&) = delete;
-    NetworkScope& operator=(const NetworkScope&) = delete;
 
     /// Runs the shared main loop until done() or 20 s; true when done.
     static bool runUntil(const std::function<bool()>& done) {
