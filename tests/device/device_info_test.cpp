@@ -130,7 +130,8 @@ TEST_F(FakeDevice, SetupLogsTheSixteenKeyRecordAfterInitAndFailsWithoutAShortVer
                                                "DeviceMac", "DeviceModel", "DeviceModelDetail", "DeviceMetrics",
                                                "CPUArchitecture", "BundleID", "AppVersion", "AppName", "IP",
                                                "BatteryLevel", "BatteryState"}));
-    const std::pair<const char*, nlohmann::json> values[] = {{"BatteryLevel", 80.0}, {"DeviceType", "Simulator"},
+    using Json = nlohmann::ordered_json;  // clang finds comparing it with plain json ambiguous
+    const std::pair<const char*, Json> values[] = {{"BatteryLevel", 80.0}, {"DeviceType", "Simulator"},
         {"DeviceMac", "E621E1F8C36C495A93FC0C247A3E6E5F"}, {"IP", "10.0.0.9"}, {"AppVersion", "1.2.3"},
         {"AppName", "line\nbreak \"quoted\" bad \uFFFD utf8"}};
     for (const auto& [key, value] : values) EXPECT_EQ(record[key], value) << key;
