@@ -90,21 +90,6 @@ TEST_F(LoadCompletion, TheDelegateIsLookedUpAtCallTimeAndAGoneOneIsSkipped) {
     EXPECT_EQ(presented.size(), 1u);
 }
 
-TEST(Facade, LoadBeforeSetupLogsAndCallsNothing) {
-    using Opt = std::optional<std::string>;
-    for (const auto& [id, key] : {std::pair<Opt, Opt>{}, {"a", std::nullopt}, {std::nullopt, "k"}}) {
-        QuovAd ad;
-        auto delegate = std::make_shared<RecordingDelegate>();
-        ad.setDelegate(delegate);
-        if (id || key) ad.setupWithAppId(id, key);
-        LogCapture log;
-        ad.loadAdWithAdId(std::string("slot"));
-        EXPECT_EQ(log.lines(), Calls{"Please call `setup` initialize first"});
-        EXPECT_TRUE(delegate->calls.empty());
-        EXPECT_EQ(MainLoop::shared().pending(), 0u) << "nothing may be started";
-    }
-}
-
 TEST(Errors, FactoryTable) {
     const std::pair<std::int64_t, const char*> cases[] = {{3002, "网络错误"}, {4001, "协商失败"}, {4002, "匹配错误"},
                                                           {0, "其他错误"},    {-1, "其他错误"},    {INT64_MAX, "其他错误"}};
@@ -124,23 +109,13 @@ protected:
         ad.flush(std::chrono::seconds(20));
         app.setKeyWindow(previousWindow);
     }
-    static QVBidModelPtr bidWithImage(std::string url) {
-        auto bid = std::make_shared<QVBidModel>();
-        QVBidImageModel image;
-        image.setUrl(std::move(url));
-        bid->setImages({image});
-        return bid;
+    static QVBidModelPtr bidWithImage(const std::string& url) {
+        return QVBidModel::initWithDict(nlohmann::json{{"images", nlohmann::json::array({{{"url", url}}})}});
     }
     bool runUntilLoaded(long count) {
         return MainLoop::shared().runUntil(
             [&] { return std::count(delegate->calls.begin(), delegate->calls.end(), "loaded") >= count; },
             std::chrono::seconds(20));
-    }
-    /// The view showAd put up, with its bid and the image it shows.
-    std::shared_ptr<QVAdView> show() {
-        const std::size_t before = window->subviews().size();
-        if (!ad.showAd() || window->subviews().size() != before + 1) return nullptr;
-        return std::dynamic_pointer_cast<QVAdView>(window->subviews().back());
     }
 
     platform::Application& app = platform::Context::shared().application();
@@ -191,8 +166,9 @@ TEST_F(Preload, AFailedImageStillMakesTheAdReadyAndANewerLoadReplacesAnUnshownAd
     QuovAdFlow::makeLoadCompletion(ad)({newest}, std::nullopt);
     EXPECT_FALSE(ad.isAdReady()) << "the ready ad is gone once a newer one is on its way";
     ASSERT_TRUE(runUntilLoaded(2));
-    auto view = show();
-    ASSERT_NE(view, nullptr);
+    ASSERT_TRUE(ad.showAd());
+    ASSERT_EQ(window->subviews().size(), 1u);
+    auto view = std::dynamic_pointer_cast<QVAdView>(window->subviews()[0]);
     EXPECT_EQ(view->bid(), newest);
     ASSERT_NE(view->imageView()->image(), nullptr);
     EXPECT_EQ(view->imageView()->image()->rgba[2], 0xff) << "blue: the newest creative";
@@ -210,6 +186,13 @@ TEST(Facade, MisuseNamesTheCallOnceAndAMissingBundleValueNamesItsKey) {
     const auto misuse = log.linesStartingWith("QuovSDK misuse: ");
     ASSERT_EQ(misuse.size(), 1u);
     EXPECT_NE(misuse[0].find("QuovAd::setIMEI"), std::string::npos) << misuse[0];
+    for (const bool partly : {false, true}) {  // a load before setup, or with no key: told, and nothing started
+        if (partly) ad.setupWithAppId(std::string("a"), std::nullopt);
+        log.clear();
+        ad.loadAdWithAdId(std::string("slot"));
+        EXPECT_EQ(log.lines(), Calls{"Please call `setup` initialize first"});
+        EXPECT_EQ(MainLoop::shared().pending(), 0u);
+    }
 
     test::NetworkScope scope;
     const auto full = scope.device->bundle;

@@ -52,7 +52,6 @@ protected:
         EXPECT_TRUE(test::NetworkScope::runUntil([&] { return r.calls > 0; }));
         return r;
     }
-    json lastBody() { return json::parse(server.received().back().body); }
     /// One load through the facade singleton; true when it failed with 4001.
     bool loadFails() {
         delegate->calls.clear();
@@ -74,7 +73,10 @@ TEST_F(BidRequest, UrlHeadersAndACompactBodyFromTheDeviceAndTheRecord) {
     scope.device->trackingEnabled = true;
     scope.device->idfa = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
     scope.device->scale = 2.0;
+    QuovAd::shared().setIMEI(std::string("861234"));
+    QuovAd::shared().setOAID(std::string(""));  // an empty identifier is not sent
     load();
+    QuovAd::shared().setIMEI(std::nullopt);
     const auto got = server.received();
     ASSERT_EQ(got.size(), 1u);
     EXPECT_EQ(got[0].method, "POST");
@@ -92,24 +94,10 @@ TEST_F(BidRequest, UrlHeadersAndACompactBodyFromTheDeviceAndTheRecord) {
                                                              {"osv", "DeviceOsVersion"}};
     for (const auto& [member, key] : fromRecord) EXPECT_EQ(d.value(member, ""), *record.text(key)) << member;
     const json fixed = {{"os", "linux"}, {"make", "apple"}, {"idfa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"},
-                        {"ppi", 440},    {"pxratio", 2.0},  {"lmt", 0}};
+                        {"ppi", 440},    {"pxratio", 2.0},  {"lmt", 0},      {"imei", "861234"}};
     for (const auto& [member, value] : fixed.items()) EXPECT_EQ(d.value(member, json()), value) << member;
+    EXPECT_FALSE(d.contains("oaid"));
     EXPECT_TRUE(d["h"].is_number_integer() && d["w"].is_number_integer());
-}
-
-TEST_F(BidRequest, IdentifiersAreSentOnlyWhenNotEmpty) {
-    const std::tuple<Opt, Opt, std::size_t> cases[] = {
-        {"", "", 16}, {"861234", "oa-1", 18}, {"861234", "", 17}, {std::nullopt, std::nullopt, 16}};
-    for (const auto& [imei, oaid, members] : cases) {
-        SCOPED_TRACE(members);
-        QuovAd::shared().setIMEI(imei);
-        QuovAd::shared().setOAID(oaid);
-        load();
-        const json d = lastBody()["device"];
-        EXPECT_EQ(d.size(), members) << d.dump();
-        EXPECT_EQ(d.value("imei", ""), imei.value_or(""));
-        EXPECT_EQ(d.value("oaid", ""), oaid.value_or(""));
-    }
 }
 
 TEST_F(BidRequest, FreshIndependentIdsAndTheSlotIsNeverSent) {
@@ -226,18 +214,17 @@ TEST(BidServerBase, HostValuesAreCheckedAndRefusalsSayWhy) {
     for (const auto& [in, problem] : cases) {
         SCOPED_TRACE(in);
         QuovHost::setBidServerBase("http://127.0.0.1:1");
+        std::string refusal;
         try {
             QuovHost::setBidServerBase(std::string(in));
-            EXPECT_EQ(problem, nullptr) << "accepted";
-            if (!problem) {
-                EXPECT_EQ(network::bidServerBase(), in);
-            }
         } catch (const std::invalid_argument& e) {
-            ASSERT_NE(problem, nullptr) << e.what();
-            EXPECT_NE(std::string(e.what()).find("QuovHost::setBidServerBase"), std::string::npos) << e.what();
-            EXPECT_NE(std::string(e.what()).find(problem), std::string::npos) << e.what();
-            EXPECT_EQ(network::bidServerBase(), "http://127.0.0.1:1") << "a refused value changes nothing";
+            refusal = e.what();
         }
+        EXPECT_EQ(network::bidServerBase(), problem ? "http://127.0.0.1:1" : in) << "a refusal changes nothing";
+        EXPECT_EQ(refusal.empty(), !problem) << refusal;
+        EXPECT_TRUE(!problem || (refusal.find(problem) != std::string::npos &&
+                                 refusal.find("QuovHost::setBidServerBase") != std::string::npos))
+            << refusal;
     }
     QuovHost::setBidServerBase(std::nullopt);
     EXPECT_EQ(network::bidServerBase(), builtIn);

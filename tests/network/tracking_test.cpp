@@ -2,7 +2,6 @@
 #include <quov/QuovAd.h>
 
 #include "network/ResponseRule.h"
-#include "network/Tracking.h"
 #include "support/LogCapture.h"
 #include "support/NetworkScope.h"
 #include "support/TestServer.h"
@@ -96,20 +95,6 @@ TEST_F(Tracking, EveryAttemptEncodesTheOriginalUrlOnceAndLogsItAsPassed) {
     EXPECT_NE(retries[0].find("500"), std::string::npos) << retries[0];
 }
 
-TEST_F(Tracking, FlushWaitsForEveryChainIncludingRetriesNotYetStarted) {
-    Answer slow = Answer::text("no", 500);
-    slow.delay = std::chrono::milliseconds(20);
-    server.on("/slow", slow);
-    int finals = 0;
-    for (int i = 0; i < 4; ++i)
-        QVRequestHelper::getURLWithRetry(server.url("/slow"), 3, {}, [&](const Error&) { ++finals; });
-    EXPECT_EQ(network::pendingTrackingRequests(), 4u);
-    EXPECT_FALSE(QuovAd::shared().flush(std::chrono::milliseconds(1))) << "nothing can be back yet";
-    EXPECT_TRUE(QuovAd::shared().flush(std::chrono::seconds(20)));
-    EXPECT_EQ(finals, 4);
-    EXPECT_EQ(server.count(), 12u);
-}
-
 // Kept-alive connections from a warm-up must not turn one attempt into a replayed GET.
 TEST_F(Tracking, EachAttemptIsExactlyOneGetEvenWithAWarmPool) {
     constexpr std::size_t kWarm = 6;
@@ -128,30 +113,24 @@ TEST_F(Tracking, AHungHostHoldsNoneOfItsTrackersBack) {
     EXPECT_TRUE(hung.waitForUnanswered(10, 20s)) << "only " << hung.unanswered() << " on the wire together";
 }  // the server closes them all: each chain ends with one failure
 
-namespace atexit_host {
-
-int finals = 0;
-test::LogCapture* log = nullptr;
-
 // A host's static object flushing from its destructor, after the SDK's client stopped at exit.
-struct Host {
-    ~Host() {
-        const bool flushed = QuovAd::shared().flush(std::chrono::seconds(5));
-        std::fprintf(stderr, "finals=%d retries=%zu flushed=%d\n", finals,
-                     log->linesStartingWith("Retry request").size(), flushed ? 1 : 0);
-    }
-};
-
-}  // namespace atexit_host
-
 TEST(TrackingAtExit, AFlushFromAStaticDestructorEndsAnInFlightChainOnce) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
+    static int finals = 0;
+    static test::LogCapture* log = nullptr;
+    struct Host {
+        ~Host() {
+            const bool flushed = QuovAd::shared().flush(std::chrono::seconds(5));
+            std::fprintf(stderr, "finals=%d retries=%zu flushed=%d\n", finals,
+                         log->linesStartingWith("Retry request").size(), flushed ? 1 : 0);
+        }
+    };
     EXPECT_EXIT(
         {
-            static atexit_host::Host host;  // made before the client, so destroyed after it
-            atexit_host::log = new test::LogCapture;
+            static Host host;  // made before the client, so destroyed after it
+            log = new test::LogCapture;
             auto* hung = new UnansweringServer(UnansweringServer::After::Stall);
-            QVRequestHelper::getURLWithRetry(hung->url("/t"), 3, {}, [](const Error&) { ++atexit_host::finals; });
+            QVRequestHelper::getURLWithRetry(hung->url("/t"), 3, {}, [](const Error&) { ++finals; });
             hung->waitForUnanswered(1, 20s);
             std::exit(0);
         },

@@ -84,11 +84,6 @@ TEST_F(Macros, TimeStampIsNowInSecondsWithFraction) {
     EXPECT_EQ(out.substr(0, out.find('.')).size(), 10u) << out;
 }
 
-std::string touchUrl() {
-    return "dx=__ABS_DOWN_X__&dy=__ABS_DOWN_Y__&ux=__ABS_UP_X__&uy=__ABS_UP_Y__&rdx=__REL_DOWN_X__"
-           "&rdy=__REL_DOWN_Y__&rux=__REL_UP_X__&ruy=__REL_UP_Y__&td=__CLICK_DOWN_TIME__&tu=__CLICK_UP_TIME__";
-}
-
 // Hosts often call setlocale(LC_ALL, ""): the wire texts must keep their decimal
 // point under a locale whose numbers use a comma.
 TEST(MacroNumbers, RealTextIgnoresTheHostsNumericLocale) {
@@ -109,6 +104,9 @@ TEST(MacroNumbers, RealTextIgnoresTheHostsNumericLocale) {
 }
 
 TEST(TouchMacros, FollowTheTableIncludingItsAsymmetries) {
+    const std::string url = "dx=__ABS_DOWN_X__&dy=__ABS_DOWN_Y__&ux=__ABS_UP_X__&uy=__ABS_UP_Y__"
+                            "&rdx=__REL_DOWN_X__&rdy=__REL_DOWN_Y__&rux=__REL_UP_X__&ruy=__REL_UP_Y__"
+                            "&td=__CLICK_DOWN_TIME__&tu=__CLICK_UP_TIME__";
     struct Case {
         const char* name;
         Size size;
@@ -130,7 +128,7 @@ TEST(TouchMacros, FollowTheTableIncludingItsAsymmetries) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(QVRequestHelper::formatURL(touchUrl(), c.size, c.down, c.downTime, c.up, c.upTime), c.out);
+        EXPECT_EQ(QVRequestHelper::formatURL(url, c.size, c.down, c.downTime, c.up, c.upTime), c.out);
     }
     EXPECT_EQ(QVRequestHelper::formatURL("?m=__MAC__&i=__IMEI__", {1, 1}, {}, 0, {}, 0), "?m=__MAC__&i=__IMEI__")
         << "the touch pass fills nothing of the identity pass";
