@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 namespace {
 
@@ -20,15 +19,9 @@ using Lines = std::vector<std::string>;
 
 const fs::path kBuild = QUOV_TEST_BINARY_DIR;
 
-std::string readFile(const fs::path& p) {
-    std::stringstream s;
-    s << std::ifstream(p).rdbuf();
-    return s.str();
-}
-
-Lines lines(const std::string& text) {
+Lines readLines(const fs::path& p) {
     Lines out;
-    std::istringstream in(text);
+    std::ifstream in(p);
     for (std::string l; std::getline(in, l);) out.push_back(l);
     return out;
 }
@@ -38,7 +31,7 @@ std::string quoted(const std::string& s) { return "'" + s + "'"; }
 struct DemoRun {
     int status = -1;
     Lines events;  // of each line the demo printed
-    std::string err;
+    Lines err;
 };
 
 /// A scratch directory and the sample bid server as a child process, whose first line says where it listens.
@@ -78,8 +71,8 @@ struct Session {
         DemoRun run;
         const int status = std::system(command.c_str());
         run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        for (const auto& l : lines(readFile(dir / "demo.out"))) run.events.push_back(json::parse(l).value("event", "?"));
-        run.err = readFile(dir / "demo.err");
+        for (const auto& l : readLines(dir / "demo.out")) run.events.push_back(json::parse(l).value("event", "?"));
+        run.err = readLines(dir / "demo.err");
         return run;
     }
 
@@ -105,14 +98,14 @@ TEST(DemoEndToEnd, ClickFiresTrackersWithFilledMacrosAndOpensOnlyTheDeepLinkAKey
         std::vector<std::string> args = c.args;
         args.insert(args.end(), {"--imei", "IM-1"});
         const DemoRun run = session.demo(args);
-        ASSERT_EQ(run.status, 0) << run.err;
+        ASSERT_EQ(run.status, 0) << testing::PrintToString(run.err);
         EXPECT_EQ(run.events, (Lines{"onQuovSDKAdLoaded", "onQuovSDKAdDisplayed", c.last}));
         const auto views = session.hits("/track/view"), clicks = session.hits("/track/click");
         ASSERT_EQ(views.size(), 1u);
         EXPECT_EQ(views[0].value("imei", ""), "IM-1");
         const bool clicked = std::string(c.last) == "onQuovSDKAdClicked";
         ASSERT_EQ(clicks.size(), clicked ? 1u : 0u);
-        const Lines opened = lines(readFile(session.dir / "opened.txt"));
+        const Lines opened = readLines(session.dir / "opened.txt");
         ASSERT_EQ(opened.size(), clicked ? 1u : 0u) << "the deep link opened: nothing else tried";
         if (!clicked) continue;
         EXPECT_EQ(clicks[0].value("imei", ""), "IM-1");

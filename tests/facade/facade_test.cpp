@@ -9,7 +9,6 @@
 #include "support/RecordingDelegate.h"
 #include "support/TestImages.h"
 #include "support/TestServer.h"
-#include "tools/bid_server/BidServer.h"
 #include "view/QVAdView.h"
 
 #include <nlohmann/json.hpp>
@@ -124,56 +123,38 @@ protected:
     std::shared_ptr<test::RecordingDelegate> delegate = std::make_shared<test::RecordingDelegate>();
 };
 
-TEST_F(Preload, LoadsFromTheBidServerThenShowsOnRequestOnce) {
-    tools::BidServer server(tools::BidServerOptions{});
-    server.start();
-    test::NetworkScope scope(server.baseUrl());
-    QuovAd& shared = QuovAd::shared();
-    shared.setupWithAppId(std::string("app"), std::string("key"));
-    shared.setDelegate(delegate);
-    shared.setPreloadBeforeShow(true);
-    EXPECT_FALSE(shared.showAd()) << "nothing ready yet";
-
-    shared.loadAdWithAdId(std::string("slot"));
-    ASSERT_TRUE(runUntilLoaded(1));
-    shared.setPreloadBeforeShow(false);
-    EXPECT_EQ(delegate->calls, Calls{"loaded"});
-    EXPECT_TRUE(shared.isAdReady());
-    EXPECT_TRUE(window->subviews().empty()) << "no view before showAd";
-    EXPECT_EQ(server.stats()["counts"].value("/track/view", 0), 0) << "no impression before showAd";
-
-    ASSERT_TRUE(shared.showAd());
-    EXPECT_FALSE(shared.isAdReady());
-    EXPECT_EQ(delegate->calls, (Calls{"loaded", "displayed"}));
-    ASSERT_EQ(window->subviews().size(), 1u);
-    auto view = std::dynamic_pointer_cast<QVAdView>(window->subviews()[0]);
-    ASSERT_NE(view, nullptr);
-    EXPECT_NE(view->imageView()->image(), nullptr) << "the preloaded image, without another download";
-    ASSERT_TRUE(shared.flush(std::chrono::seconds(20)));
-    EXPECT_EQ(server.stats()["counts"]["/track/view"], 1);
-    EXPECT_FALSE(shared.showAd()) << "shown once";
-}
-
-TEST_F(Preload, AFailedImageStillMakesTheAdReadyAndANewerLoadReplacesAnUnshownAd) {
-    test::TestServer images;
-    images.on("/blue.png", {200, "image/png", test::encodePNG(4, 2, [](int, int) { return 0x0000ffffu; })});
+TEST_F(Preload, AFailedImageStillMakesItReadyANewerLoadReplacesItAndOnlyShowAdPutsItUpOnce) {
+    test::TestServer server;
+    server.on("/blue.png", {200, "image/png", test::encodePNG(4, 2, [](int, int) { return 0x0000ffffu; })});
+    server.on("/view", test::Answer::empty());
+    EXPECT_FALSE(ad.showAd()) << "nothing ready yet";
     const std::string dead = "http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()) + "/i.png";
     QuovAdFlow::makeLoadCompletion(ad)({bidWithImage(dead)}, std::nullopt);
     EXPECT_FALSE(ad.isAdReady()) << "not before the image has been tried";
     ASSERT_TRUE(runUntilLoaded(1));
     EXPECT_TRUE(ad.isAdReady());
-    auto newest = bidWithImage(images.url("/blue.png"));
+    auto newest = bidWithImage(server.url("/blue.png"));
+    newest->setCheckViews(std::vector<std::string>{server.url("/view")});
     QuovAdFlow::makeLoadCompletion(ad)({newest}, std::nullopt);
     EXPECT_FALSE(ad.isAdReady()) << "the ready ad is gone once a newer one is on its way";
     ASSERT_TRUE(runUntilLoaded(2));
+    ad.setPreloadBeforeShow(false);  // what counts is the setting the load was made with
+    EXPECT_TRUE(window->subviews().empty()) << "no view before showAd";
+    ASSERT_TRUE(ad.flush(std::chrono::seconds(20)));
+    EXPECT_EQ(server.countOn("/view"), 0u) << "no impression before showAd";
+
     ASSERT_TRUE(ad.showAd());
+    EXPECT_FALSE(ad.isAdReady());
     ASSERT_EQ(window->subviews().size(), 1u);
     auto view = std::dynamic_pointer_cast<QVAdView>(window->subviews()[0]);
     EXPECT_EQ(view->bid(), newest);
-    ASSERT_NE(view->imageView()->image(), nullptr);
+    ASSERT_NE(view->imageView()->image(), nullptr) << "the preloaded image, without another download";
     EXPECT_EQ(view->imageView()->image()->rgba[2], 0xff) << "blue: the newest creative";
+    EXPECT_EQ(server.countOn("/blue.png"), 1u);
     EXPECT_EQ(delegate->calls, (Calls{"loaded", "loaded", "displayed"}));
-    EXPECT_FALSE(ad.showAd());
+    ASSERT_TRUE(ad.flush(std::chrono::seconds(20)));
+    EXPECT_EQ(server.countOn("/view"), 1u);
+    EXPECT_FALSE(ad.showAd()) << "shown once";
 }
 
 // Misuse a host makes while integrating: told once, by name, instead of a silent failure.

@@ -37,29 +37,6 @@ struct Running {
     httplib::Client client{"127.0.0.1", (server.start(), server.port())};
 };
 
-TEST(BidServer, AnswerReadsBackThroughTheSdkModelWithEveryMacroInPlace) {
-    Running s;
-    const std::string base = "http://127.0.0.1:" + std::to_string(s.server.port());
-    auto b = s.bid();
-    ASSERT_TRUE(b && b->identifier() && b->iOSURL() && b->clickURL());
-    EXPECT_EQ(b->deepLinkURL(), std::optional<std::string>("quovdemo://ad/" + *b->identifier()));
-    EXPECT_NE(*b->iOSURL(), *b->clickURL()) << "the opener must be able to tell which one it got";
-    ASSERT_TRUE(b->checkViews() && b->checkViews()->size() == 1u && b->checkClicks() && b->checkClicks()->size() == 1u);
-    const std::string &view = b->checkViews()->front(), &click = b->checkClicks()->front();
-    const std::pair<std::string, const char*> starts[] = {
-        {*b->iOSURL(), "/landing?"}, {*b->clickURL(), "/landing?"}, {view, "/track/view?"}, {click, "/track/click?"}};
-    for (const auto& [url, path] : starts) EXPECT_EQ(url.rfind(base + path, 0), 0u) << url;
-    for (const char* m : {"__IMEI__", "__OAID__", "__IDFA__", "__MAC__", "__STMS__"})
-        EXPECT_TRUE(view.find(m) != view.npos && click.find(m) != click.npos) << m;
-    for (const char* m : {"__ABS_DOWN_X__", "__ABS_DOWN_Y__", "__ABS_UP_X__", "__ABS_UP_Y__", "__REL_DOWN_X__",
-                          "__REL_DOWN_Y__", "__REL_UP_X__", "__REL_UP_Y__", "__CLICK_DOWN_TIME__", "__CLICK_UP_TIME__"})
-        EXPECT_TRUE(view.find(m) == view.npos && click.find(m) != click.npos) << m;
-    ASSERT_EQ(b->images().size(), 1u);
-    EXPECT_EQ(b->images()[0].url(), std::optional<std::string>(base + "/creative/portrait.png"));
-    const json request = {{"appid", "app-1"}, {"appkey", "key-1"}, {"body", sdkRequest()}};
-    EXPECT_EQ(json::parse(s.client.Get("/stats")->body)["bid_requests"], json::array({request}));
-}
-
 TEST(BidServer, CreativeFollowsTheDeviceShapeUnlessForcedAndAlternatesWithoutOne) {
     using C = CreativeChoice;
     using F = ImageFormat;

@@ -8,6 +8,7 @@
 #include "support/RecordingDelegate.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cmath>
 #include <filesystem>
@@ -22,14 +23,9 @@ namespace {
 using platform::TouchPhase;
 using Opt = std::optional<std::string>;
 
-QVBidModelPtr bidWithImage(std::int64_t w, std::int64_t h, std::string url = "http://127.0.0.1:9/i.png") {
-    auto bid = std::make_shared<QVBidModel>();
-    QVBidImageModel image;
-    image.setUrl(std::move(url));
-    image.setWidth(w);
-    image.setHeight(h);
-    bid->setImages({image});
-    return bid;
+QVBidModelPtr bidWithImage(std::int64_t w, std::int64_t h) {
+    const nlohmann::json image = {{"url", "http://127.0.0.1:9/i.png"}, {"w", w}, {"h", h}};
+    return QVBidModel::initWithDict({{"images", nlohmann::json::array({image})}});
 }
 
 testing::AssertionResult sameRect(Rect a, Rect b) {
