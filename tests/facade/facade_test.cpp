@@ -46,12 +46,7 @@ protected:
 
 TEST_F(LoadCompletion, ErrorThenNoBidThenHostRenderingThenTheView) {
     const Error networkError = QVError::errorWithCode(4001);
-    const struct {
-        const char* name;
-        std::vector<QVBidModelPtr> bids;
-        std::optional<Error> error;
-        Calls calls;
-    } cases[] = {
+    const std::tuple<const char*, std::vector<QVBidModelPtr>, std::optional<Error>, Calls> cases[] = {
         {"error wins over bids", {bidWithRendering(1)}, networkError, {"loadFailed"}},
         {"no bids", {}, std::nullopt, {"loadFailed"}},
         {"host renders", {bidWithRendering(1)}, std::nullopt, {"fetchedBid"}},
@@ -59,17 +54,17 @@ TEST_F(LoadCompletion, ErrorThenNoBidThenHostRenderingThenTheView) {
         {"rendering 2 takes the view path", {bidWithRendering(2)}, std::nullopt, {"loaded", "view"}},
         {"only the first bid decides", {bidWithRendering(0), bidWithRendering(1)}, std::nullopt, {"loaded", "view"}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, bids, error, calls] : cases) {
+        SCOPED_TRACE(name);
         delegate->calls.clear();
-        QuovAdFlow::makeLoadCompletion(ad)(c.bids, c.error);
-        EXPECT_EQ(delegate->calls, c.calls);
+        QuovAdFlow::makeLoadCompletion(ad)(bids, error);
+        EXPECT_EQ(delegate->calls, calls);
     }
     // The error goes on unchanged; no bid is "QAPP"/204 with no description; only the first bid is used.
     EXPECT_EQ(delegate->errors, (std::vector<Error>{networkError, Error{"QAPP", 204, std::nullopt}}));
-    EXPECT_EQ(delegate->fetched, std::vector<QVBidModelPtr>{cases[2].bids[0]});
+    EXPECT_EQ(delegate->fetched, std::vector<QVBidModelPtr>{std::get<1>(cases[2])[0]});
     ASSERT_EQ(presented.size(), 3u);
-    EXPECT_EQ(presented[2], cases[5].bids[0]);
+    EXPECT_EQ(presented[2], std::get<1>(cases[5])[0]);
 }
 
 TEST_F(LoadCompletion, TheDelegateIsLookedUpAtCallTimeAndAGoneOneIsSkipped) {

@@ -50,13 +50,8 @@ TEST_F(Tracking, AttemptsFollowTheAnswerAndTheCount) {
     server.on("/bad-json", Answer::json("{oops"));
     server.on("/500", Answer::text("down", 500));
     server.on("/300", Answer::json("{}", 300));  // no Location: nothing to follow
-    const struct {
-        const char* path;
-        std::uint64_t n;
-        std::size_t gets;
-        std::int64_t errorCode;  // 0: success
-        const char* body;        // of a success; "" for none
-    } cases[] = {
+    // path, attempts allowed, GETs made, the error code (0: success), the body of a success
+    const std::tuple<const char*, std::uint64_t, std::size_t, std::int64_t, const char*> cases[] = {
         {"/empty", 3, 1, 0, ""},
         {"/space", 3, 1, 0, ""},
         {"/json", 3, 1, 0, R"([1,"a"])"},
@@ -66,17 +61,17 @@ TEST_F(Tracking, AttemptsFollowTheAnswerAndTheCount) {
         {"/500", 0, 1, network::kHttpStatus, ""},
         {"/300", 1, 1, network::kHttpStatus, ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.path) + " n=" + std::to_string(c.n));
+    for (const auto& [path, n, gets, errorCode, body] : cases) {
+        SCOPED_TRACE(std::string(path) + " n=" + std::to_string(n));
         server.clearReceived();
         log.clear();
-        Outcome o = track(server.url(c.path), c.n);
-        EXPECT_EQ(server.count(), c.gets);
+        Outcome o = track(server.url(path), n);
+        EXPECT_EQ(server.count(), gets);
         EXPECT_EQ(o.successes + o.failures, 1);
-        EXPECT_EQ(o.failures ? o.error.code : 0, c.errorCode);
-        EXPECT_EQ(o.body ? o.body->dump() : "", c.body);
-        EXPECT_EQ(log.linesStartingWith("GET URL WITH retry").size(), c.gets);
-        EXPECT_EQ(log.linesStartingWith("Retry request with url").size(), c.gets - 1);
+        EXPECT_EQ(o.failures ? o.error.code : 0, errorCode);
+        EXPECT_EQ(o.body ? o.body->dump() : "", body);
+        EXPECT_EQ(log.linesStartingWith("GET URL WITH retry").size(), gets);
+        EXPECT_EQ(log.linesStartingWith("Retry request with url").size(), gets - 1);
     }
 }
 

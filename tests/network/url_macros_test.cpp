@@ -53,12 +53,8 @@ TEST_F(Macros, IdentityPassFillsWhatIsKnownAndLeavesTheRest) {
     scope.device->idfa = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
     scope.device->osVersion = "13.7";  // the vendor identifier stands for the MAC
     const std::string mac = "E621E1F8C36C495A93FC0C247A3E6E5F";
-    struct Case {
-        const char* name;
-        std::optional<std::string> imei, oaid;
-        std::string in, out;
-    };
-    const std::vector<Case> cases = {
+    using Opt = std::optional<std::string>;  // name, IMEI, OAID, the URL, filled
+    const std::vector<std::tuple<const char*, Opt, Opt, std::string, std::string>> cases = {
         {"empty imei stays", std::string(""), std::string("abc"), "http://t/?i=__IMEI__&o=__OAID__",
          "http://t/?i=__IMEI__&o=abc"},
         {"both set", std::string("86"), std::string("o1"), "?i=__IMEI__&o=__OAID__&i2=__IMEI__", "?i=86&o=o1&i2=86"},
@@ -69,11 +65,11 @@ TEST_F(Macros, IdentityPassFillsWhatIsKnownAndLeavesTheRest) {
         {"an imei holding a later macro is filled on", std::string("__MAC__"), std::string(""), "?i=__IMEI__",
          "?i=" + mac},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        QuovAd::shared().setIMEI(c.imei);
-        QuovAd::shared().setOAID(c.oaid);
-        EXPECT_EQ(QVRequestHelper::formatURL(c.in), c.out);
+    for (const auto& [name, imei, oaid, in, out] : cases) {
+        SCOPED_TRACE(name);
+        QuovAd::shared().setIMEI(imei);
+        QuovAd::shared().setOAID(oaid);
+        EXPECT_EQ(QVRequestHelper::formatURL(in), out);
     }
 }
 
