@@ -44,12 +44,8 @@ TEST(MacroReplace, EveryOccurrenceLeftToRightWithoutRescanningInsertedText) {
     }
 }
 
-class Macros : public ::testing::Test {
-protected:
+TEST(Macros, IdentityPassFillsWhatIsKnownAndLeavesTheRest) {
     NetworkScope scope;
-};
-
-TEST_F(Macros, IdentityPassFillsWhatIsKnownAndLeavesTheRest) {
     scope.device->idfa = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
     scope.device->osVersion = "13.7";  // the vendor identifier stands for the MAC
     const std::string mac = "E621E1F8C36C495A93FC0C247A3E6E5F";
@@ -73,7 +69,7 @@ TEST_F(Macros, IdentityPassFillsWhatIsKnownAndLeavesTheRest) {
     }
 }
 
-TEST_F(Macros, TimeStampIsNowInSecondsWithFraction) {
+TEST(Macros, TimeStampIsNowInSecondsWithFraction) {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const std::string out = QVRequestHelper::formatURL("__STMS__");
     EXPECT_NEAR(std::stod(out), std::chrono::duration<double>(now).count(), 3600);

@@ -45,12 +45,6 @@ struct AdOnScreen {
         QuovAd::shared().setDelegate(std::weak_ptr<QuovAdDelegate>());
         platform::Context::shared().application().setURLOpener({});
     }
-    bool load() {
-        delegate->calls.clear();
-        QuovAd::shared().loadAdWithAdId(std::string("slot"));
-        return MainLoop::shared().runUntil(
-            [&] { return delegate->calls.size() >= 2 && QuovAd::shared().flush({}); }, std::chrono::seconds(20));
-    }
     /// A key (or, with pad, a controller button) pressed or released; whether the ad took it.
     bool key(int code, bool down, bool pad) {
         SDL_Event e{};
@@ -80,7 +74,10 @@ TEST(AdKeys, DismissKeysCloseOnThePressActivateKeysClickTheCentreOnTheRelease) {
     int clicks = 0;
     for (const auto& [name, code, pad, outcome] : keys) {
         SCOPED_TRACE(name);
-        ASSERT_TRUE(rig.load());
+        rig.delegate->calls.clear();
+        QuovAd::shared().loadAdWithAdId(std::string("slot"));
+        ASSERT_TRUE(MainLoop::shared().runUntil(
+            [&] { return rig.delegate->calls.size() >= 2 && QuovAd::shared().flush({}); }, std::chrono::seconds(20)));
         const bool click = std::string(outcome) == "clicked";
         EXPECT_TRUE(rig.key(code, true, pad));
         EXPECT_EQ(rig.adsOnScreen(), click ? 1u : 0u) << "a press closes; only a release clicks";
