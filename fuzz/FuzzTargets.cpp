@@ -45,11 +45,7 @@ void bidResponse(const std::uint8_t* data, std::size_t size) {
 void image(const std::uint8_t* data, std::size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     (void)platform::probeImage(bytes);
-    platform::ImageLimits limits;
-    limits.maxBytes = 1u << 20;
-    limits.maxSide = 1024;
-    limits.maxPixels = 1u << 18;
-    (void)platform::decodeImage(bytes, limits);
+    (void)platform::decodeImage(bytes, {.maxBytes = 1u << 20, .maxSide = 1024, .maxPixels = 1u << 18});
 }
 
 void url(const std::uint8_t* data, std::size_t size) {

@@ -154,14 +154,11 @@ TEST(BidRequestRules, DeviceSizeTypeConnectionCarrierAndTracking) {
 }
 
 TEST_F(BidRequest, FailuresGive4001AndLogTheAnswer) {
-    Answer huge = Answer::json("[" + std::string(5u << 20, ' ') + "]");
-    huge.chunked = true;
     const std::pair<Answer, std::string> cases[] = {
         {Answer::text("no such slot", 404), "no such slot"},
         {Answer{200, "text/html", "<b>hi</b>"}, "<b>hi</b>"},
         {Answer::text("\xff\xfe", 404), "(null)"},
         {Answer::json(R"({"seatbid":)"), "(null)"},
-        {huge, "(null)"},
     };
     for (const auto& [answer, logged] : cases) {
         SCOPED_TRACE(logged);
@@ -173,7 +170,6 @@ TEST_F(BidRequest, FailuresGive4001AndLogTheAnswer) {
         EXPECT_EQ(log.linesStartingWith("Reqeust failed"), std::vector<std::string>{"Reqeust failed, response: " + logged});
     }
 }
-
 
 // The bids built while the answer streams in are exactly those of the whole document.
 TEST(BidResponseStream, StreamedBidsMatchTheWholeDocumentForEveryShape) {
