@@ -102,12 +102,6 @@ TEST_F(Tracking, EachAttemptIsExactlyOneGetEvenWithAWarmPool) {
     EXPECT_EQ(closing.unanswered(), 3u);
 }
 
-TEST_F(Tracking, AHungHostHoldsNoneOfItsTrackersBack) {
-    UnansweringServer hung(UnansweringServer::After::Stall);
-    for (int i = 0; i < 10; ++i) QVRequestHelper::getURLWithRetry(hung.url("/t?i=" + std::to_string(i)), 1, {}, {});
-    EXPECT_TRUE(hung.waitForUnanswered(10, 20s)) << "only " << hung.unanswered() << " on the wire together";
-}  // the server closes them all: each chain ends with one failure
-
 // A host's static object flushing from its destructor, after the SDK's client stopped at exit.
 TEST(TrackingAtExit, AFlushFromAStaticDestructorEndsAnInFlightChainOnce) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -2,7 +2,6 @@
 
 #include "facade/QuovAdFlow.h"
 #include "platform/Context.h"
-#include "platform/media/ResourceBundle.h"
 #include "platform/toolkit/Window.h"
 #include "support/LogCapture.h"
 #include "support/RecordingDelegate.h"
@@ -11,11 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <set>
-
-#include <unistd.h>
 
 namespace quov {
 namespace {
@@ -168,11 +163,6 @@ struct ClickRig : Rig {
         const Point o = view->imageView()->frame().origin;
         return {o.x + x, o.y + y};
     }
-    void tapClose() {
-        const Point o = view->closeButton()->frame().origin;
-        window->sendTouch(1, TouchPhase::Began, {o.x + 20, o.y + 20});
-        window->sendTouch(1, TouchPhase::Ended, {o.x + 20, o.y + 20});
-    }
 };
 
 TEST(AdViewClick, OpenChainTriesEachLinkOnlyAfterThePreviousFailed) {
@@ -218,31 +208,13 @@ TEST(AdViewClick, TouchDownIsRecordedAStrayReleaseOrAnUpOutsideIsNoClickAndClose
     EXPECT_DOUBLE_EQ(rig.view->touchDownDate(), 1000.25);
     rig.window->sendTouch(1, TouchPhase::Ended, {1, 1});
     EXPECT_EQ(rig.events, (std::vector<std::string>{"show"}));
-    rig.tapClose();
+    const Point close = rig.view->closeButton()->frame().origin;
+    rig.window->sendTouch(1, TouchPhase::Began, {close.x + 20, close.y + 20});
+    rig.window->sendTouch(1, TouchPhase::Ended, {close.x + 20, close.y + 20});
     EXPECT_EQ(rig.events, (std::vector<std::string>{"show", "closed"}));
     EXPECT_EQ(rig.view->superview(), nullptr);
     rig.settle();
     EXPECT_TRUE(rig.opened.empty());
-}
-
-TEST(AdViewCloseIcon, AMissingOrUndecodableIconIsLoggedAndTheButtonStillCloses) {
-    namespace fs = std::filesystem;
-    const fs::path scratch = fs::temp_directory_path() / ("quov-icon-" + std::to_string(::getpid()));
-    fs::create_directories(scratch / "quovsdk_images.bundle");
-    std::ofstream(scratch / "quovsdk_images.bundle" / "SF_x_circle_fill.png") << "GIF89a";
-    for (const auto& [dir, logged] : {std::pair<const char*, const char*>{"none", "quovsdk_images.bundle is missing"},
-                                      {"", "SF_x_circle_fill is missing or unreadable"}}) {
-        platform::Bundle::setLibraryDirectory(scratch / dir);
-        test::LogCapture log;
-        ClickRig rig;
-        EXPECT_EQ(rig.view->closeButton()->imageForState(platform::ControlState::Normal), nullptr);
-        EXPECT_EQ(log.lines().size(), 1u);
-        EXPECT_NE(log.lines().at(0).find(logged), std::string::npos) << log.lines()[0];
-        rig.tapClose();
-        EXPECT_EQ(rig.events.back(), "closed");
-    }
-    platform::Bundle::setLibraryDirectory(std::nullopt);
-    fs::remove_all(scratch);
 }
 
 TEST(AdViewFit, ImageAndCloseButtonStayOnScreenForEveryShape) {
