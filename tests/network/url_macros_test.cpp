@@ -53,11 +53,8 @@ TEST(Macros, IdentityPassFillsWhatIsKnownAndLeavesTheRest) {
     const std::vector<std::tuple<const char*, Opt, Opt, std::string, std::string>> cases = {
         {"empty imei stays", std::string(""), std::string("abc"), "http://t/?i=__IMEI__&o=__OAID__",
          "http://t/?i=__IMEI__&o=abc"},
-        {"both set", std::string("86"), std::string("o1"), "?i=__IMEI__&o=__OAID__&i2=__IMEI__", "?i=86&o=o1&i2=86"},
         {"mac twice, idfa", std::string(""), std::string(""), "?a=__MAC__&b=__MAC__&d=__IDFA__",
          "?a=" + mac + "&b=" + mac + "&d=6D92078A-8246-4BA4-AE5B-76104861E7DC"},
-        {"lower case, unknown and touch macros stay", std::string("86"), std::string(""),
-         "?a=__imei__&x=__FOO__&t=__CLICK_UP_TIME__", "?a=__imei__&x=__FOO__&t=__CLICK_UP_TIME__"},
         {"an imei holding a later macro is filled on", std::string("__MAC__"), std::string(""), "?i=__IMEI__",
          "?i=" + mac},
     };
