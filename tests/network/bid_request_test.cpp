@@ -24,7 +24,6 @@ using json = nlohmann::json;
 using test::Answer;
 using test::NetworkScope;
 using test::TestServer;
-using test::UnansweringServer;
 using Calls = std::vector<std::string>;
 using Opt = std::optional<std::string>;
 
@@ -208,18 +207,6 @@ TEST(BidServerBase, HostValuesAreCheckedAndRefusalsSayWhy) {
     }
     QuovHost::setBidServerBase(std::nullopt);
     EXPECT_EQ(network::bidServerBase(), builtIn);
-}
-
-// Kept-alive connections from earlier loads: a POST the server reads and drops is not sent again.
-TEST_F(BidRequest, ALoadIsOnePostEvenWhenTheConnectionDies) {
-    constexpr std::size_t kWarm = 5;
-    UnansweringServer closing(UnansweringServer::After::Close, kWarm);
-    platform::Context::ScopedServiceBase base(platform::Context::shared(), closing.url(""));
-    QuovAd::shared().setDelegate(delegate);
-    for (std::size_t i = 0; i < kWarm; ++i) QuovAd::shared().loadAdWithAdId(std::nullopt);
-    ASSERT_TRUE(NetworkScope::runUntil([&] { return delegate->calls.size() == kWarm; }));
-    EXPECT_TRUE(loadFails());
-    EXPECT_EQ(closing.unanswered(), 1u);
 }
 
 TEST_F(BidRequest, TheBidRequestNeverFollowsARedirectToAnotherOrigin) {
