@@ -3,7 +3,6 @@
 #include <quov/QuovAd.h>
 #include <quov/QuovSDL.h>
 
-#include "network/BidServerBase.h"
 #include "platform/Context.h"
 #include "platform/toolkit/Application.h"
 #include "tests/support/SdlHeadless.h"
