@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 namespace {
 
@@ -20,26 +19,14 @@ using Lines = std::vector<std::string>;
 
 const fs::path kBuild = QUOV_TEST_BINARY_DIR;
 
-std::string readFile(const fs::path& p) {
-    std::stringstream s;
-    s << std::ifstream(p).rdbuf();
-    return s.str();
-}
-
-Lines lines(const std::string& text) {
+Lines readLines(const fs::path& p) {
     Lines out;
-    std::istringstream in(text);
+    std::ifstream in(p);
     for (std::string l; std::getline(in, l);) out.push_back(l);
     return out;
 }
 
 std::string quoted(const std::string& s) { return "'" + s + "'"; }
-
-struct DemoRun {
-    int status = -1;
-    Lines events;  // of each line the demo printed
-    std::string err;
-};
 
 /// A scratch directory and the sample bid server as a child process, whose first line says where it listens.
 struct Session {
@@ -65,22 +52,18 @@ struct Session {
             if (hit.value("endpoint", "") == endpoint) found.push_back(hit["params"]);
         return found;
     }
-    /// Runs the demo headless against the server, with an opener that records each URL and opens only deep links.
-    DemoRun demo(std::vector<std::string> args) const {
+    /// Runs the demo headless against the server, with an opener that records each URL and opens only deep
+    /// links; its exit status.
+    int demo(const std::string& input, const std::string& value) const {
         const fs::path opener = dir / "opener.sh";
         std::ofstream(opener) << "#!/bin/sh\nprintf '%s\\n' \"$1\" >> '" << (dir / "opened.txt").string()
                               << "'\ncase \"$1\" in quovdemo://*) exit 0;; *) exit 1;; esac\n";
         fs::permissions(opener, fs::perms::owner_all);
-        std::string command = quoted(kBuild / "examples" / "quov-demo");
-        for (const auto& a : args) command += " " + quoted(a);
-        command += " --headless --bid-server " + base + " --url-opener " + quoted(opener) + " >" +
-                   quoted(dir / "demo.out") + " 2>" + quoted(dir / "demo.err");
-        DemoRun run;
+        const std::string command = quoted(kBuild / "examples" / "quov-demo") + " " + input + " " + quoted(value) +
+                                    " --imei IM-1 --headless --bid-server " + base + " --url-opener " +
+                                    quoted(opener) + " >" + quoted(dir / "demo.out") + " 2>" + quoted(dir / "demo.err");
         const int status = std::system(command.c_str());
-        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        for (const auto& l : lines(readFile(dir / "demo.out"))) run.events.push_back(json::parse(l).value("event", "?"));
-        run.err = readFile(dir / "demo.err");
-        return run;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
     fs::path dir;
@@ -90,29 +73,25 @@ struct Session {
 };
 
 TEST(DemoEndToEnd, ClickFiresTrackersWithFilledMacrosAndOpensOnlyTheDeepLinkAKeyClosesWithNeither) {
-    const struct {
-        std::vector<std::string> args;
-        const char* last;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {  // input, its value, the last event
         // The portrait creative's box on 375x812 points sits around the screen's centre.
-        {{"--touch", "187,406"}, "onQuovSDKAdClicked"},
-        {{"--key", "a,escape"}, "onQuovSDKAdClosed"},  // keys through SDL's queue; other keys pass
+        {"--touch", "187,406", "onQuovSDKAdClicked"},
+        {"--key", "a,escape", "onQuovSDKAdClosed"},  // keys through SDL's queue; other keys pass
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.args[0]);
+    for (const auto& [input, value, last] : cases) {
+        SCOPED_TRACE(input);
         Session session;
         ASSERT_FALSE(session.base.empty());
-        std::vector<std::string> args = c.args;
-        args.insert(args.end(), {"--imei", "IM-1"});
-        const DemoRun run = session.demo(args);
-        ASSERT_EQ(run.status, 0) << run.err;
-        EXPECT_EQ(run.events, (Lines{"onQuovSDKAdLoaded", "onQuovSDKAdDisplayed", c.last}));
+        ASSERT_EQ(session.demo(input, value), 0) << testing::PrintToString(readLines(session.dir / "demo.err"));
+        Lines events;
+        for (const auto& l : readLines(session.dir / "demo.out")) events.push_back(json::parse(l).value("event", "?"));
+        EXPECT_EQ(events, (Lines{"onQuovSDKAdLoaded", "onQuovSDKAdDisplayed", last}));
         const auto views = session.hits("/track/view"), clicks = session.hits("/track/click");
         ASSERT_EQ(views.size(), 1u);
         EXPECT_EQ(views[0].value("imei", ""), "IM-1");
-        const bool clicked = std::string(c.last) == "onQuovSDKAdClicked";
+        const bool clicked = std::string(last) == "onQuovSDKAdClicked";
         ASSERT_EQ(clicks.size(), clicked ? 1u : 0u);
-        const Lines opened = lines(readFile(session.dir / "opened.txt"));
+        const Lines opened = readLines(session.dir / "opened.txt");
         ASSERT_EQ(opened.size(), clicked ? 1u : 0u) << "the deep link opened: nothing else tried";
         if (!clicked) continue;
         EXPECT_EQ(clicks[0].value("imei", ""), "IM-1");

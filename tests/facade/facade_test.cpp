@@ -9,7 +9,6 @@
 #include "support/RecordingDelegate.h"
 #include "support/TestImages.h"
 #include "support/TestServer.h"
-#include "tools/bid_server/BidServer.h"
 #include "view/QVAdView.h"
 
 #include <nlohmann/json.hpp>
@@ -47,12 +46,7 @@ protected:
 
 TEST_F(LoadCompletion, ErrorThenNoBidThenHostRenderingThenTheView) {
     const Error networkError = QVError::errorWithCode(4001);
-    const struct {
-        const char* name;
-        std::vector<QVBidModelPtr> bids;
-        std::optional<Error> error;
-        Calls calls;
-    } cases[] = {
+    const std::tuple<const char*, std::vector<QVBidModelPtr>, std::optional<Error>, Calls> cases[] = {
         {"error wins over bids", {bidWithRendering(1)}, networkError, {"loadFailed"}},
         {"no bids", {}, std::nullopt, {"loadFailed"}},
         {"host renders", {bidWithRendering(1)}, std::nullopt, {"fetchedBid"}},
@@ -60,17 +54,17 @@ TEST_F(LoadCompletion, ErrorThenNoBidThenHostRenderingThenTheView) {
         {"rendering 2 takes the view path", {bidWithRendering(2)}, std::nullopt, {"loaded", "view"}},
         {"only the first bid decides", {bidWithRendering(0), bidWithRendering(1)}, std::nullopt, {"loaded", "view"}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, bids, error, calls] : cases) {
+        SCOPED_TRACE(name);
         delegate->calls.clear();
-        QuovAdFlow::makeLoadCompletion(ad)(c.bids, c.error);
-        EXPECT_EQ(delegate->calls, c.calls);
+        QuovAdFlow::makeLoadCompletion(ad)(bids, error);
+        EXPECT_EQ(delegate->calls, calls);
     }
     // The error goes on unchanged; no bid is "QAPP"/204 with no description; only the first bid is used.
     EXPECT_EQ(delegate->errors, (std::vector<Error>{networkError, Error{"QAPP", 204, std::nullopt}}));
-    EXPECT_EQ(delegate->fetched, std::vector<QVBidModelPtr>{cases[2].bids[0]});
+    EXPECT_EQ(delegate->fetched, std::vector<QVBidModelPtr>{std::get<1>(cases[2])[0]});
     ASSERT_EQ(presented.size(), 3u);
-    EXPECT_EQ(presented[2], cases[5].bids[0]);
+    EXPECT_EQ(presented[2], std::get<1>(cases[5])[0]);
 }
 
 TEST_F(LoadCompletion, TheDelegateIsLookedUpAtCallTimeAndAGoneOneIsSkipped) {
@@ -88,21 +82,6 @@ TEST_F(LoadCompletion, TheDelegateIsLookedUpAtCallTimeAndAGoneOneIsSkipped) {
     auto orphan = QuovAdFlow::makeLoadCompletion(*std::make_unique<QuovAd>());
     orphan({bidWithRendering(0)}, std::nullopt);  // its facade is gone: nothing, and no use after free
     EXPECT_EQ(presented.size(), 1u);
-}
-
-TEST(Facade, LoadBeforeSetupLogsAndCallsNothing) {
-    using Opt = std::optional<std::string>;
-    for (const auto& [id, key] : {std::pair<Opt, Opt>{}, {"a", std::nullopt}, {std::nullopt, "k"}}) {
-        QuovAd ad;
-        auto delegate = std::make_shared<RecordingDelegate>();
-        ad.setDelegate(delegate);
-        if (id || key) ad.setupWithAppId(id, key);
-        LogCapture log;
-        ad.loadAdWithAdId(std::string("slot"));
-        EXPECT_EQ(log.lines(), Calls{"Please call `setup` initialize first"});
-        EXPECT_TRUE(delegate->calls.empty());
-        EXPECT_EQ(MainLoop::shared().pending(), 0u) << "nothing may be started";
-    }
 }
 
 TEST(Errors, FactoryTable) {
@@ -124,23 +103,13 @@ protected:
         ad.flush(std::chrono::seconds(20));
         app.setKeyWindow(previousWindow);
     }
-    static QVBidModelPtr bidWithImage(std::string url) {
-        auto bid = std::make_shared<QVBidModel>();
-        QVBidImageModel image;
-        image.setUrl(std::move(url));
-        bid->setImages({image});
-        return bid;
+    static QVBidModelPtr bidWithImage(const std::string& url) {
+        return QVBidModel::initWithDict(nlohmann::json{{"images", nlohmann::json::array({{{"url", url}}})}});
     }
     bool runUntilLoaded(long count) {
         return MainLoop::shared().runUntil(
             [&] { return std::count(delegate->calls.begin(), delegate->calls.end(), "loaded") >= count; },
             std::chrono::seconds(20));
-    }
-    /// The view showAd put up, with its bid and the image it shows.
-    std::shared_ptr<QVAdView> show() {
-        const std::size_t before = window->subviews().size();
-        if (!ad.showAd() || window->subviews().size() != before + 1) return nullptr;
-        return std::dynamic_pointer_cast<QVAdView>(window->subviews().back());
     }
 
     platform::Application& app = platform::Context::shared().application();
@@ -149,55 +118,38 @@ protected:
     std::shared_ptr<test::RecordingDelegate> delegate = std::make_shared<test::RecordingDelegate>();
 };
 
-TEST_F(Preload, LoadsFromTheBidServerThenShowsOnRequestOnce) {
-    tools::BidServer server(tools::BidServerOptions{});
-    server.start();
-    test::NetworkScope scope(server.baseUrl());
-    QuovAd& shared = QuovAd::shared();
-    shared.setupWithAppId(std::string("app"), std::string("key"));
-    shared.setDelegate(delegate);
-    shared.setPreloadBeforeShow(true);
-    EXPECT_FALSE(shared.showAd()) << "nothing ready yet";
-
-    shared.loadAdWithAdId(std::string("slot"));
-    ASSERT_TRUE(runUntilLoaded(1));
-    shared.setPreloadBeforeShow(false);
-    EXPECT_EQ(delegate->calls, Calls{"loaded"});
-    EXPECT_TRUE(shared.isAdReady());
-    EXPECT_TRUE(window->subviews().empty()) << "no view before showAd";
-    EXPECT_EQ(server.stats()["counts"].value("/track/view", 0), 0) << "no impression before showAd";
-
-    ASSERT_TRUE(shared.showAd());
-    EXPECT_FALSE(shared.isAdReady());
-    EXPECT_EQ(delegate->calls, (Calls{"loaded", "displayed"}));
-    ASSERT_EQ(window->subviews().size(), 1u);
-    auto view = std::dynamic_pointer_cast<QVAdView>(window->subviews()[0]);
-    ASSERT_NE(view, nullptr);
-    EXPECT_NE(view->imageView()->image(), nullptr) << "the preloaded image, without another download";
-    ASSERT_TRUE(shared.flush(std::chrono::seconds(20)));
-    EXPECT_EQ(server.stats()["counts"]["/track/view"], 1);
-    EXPECT_FALSE(shared.showAd()) << "shown once";
-}
-
-TEST_F(Preload, AFailedImageStillMakesTheAdReadyAndANewerLoadReplacesAnUnshownAd) {
-    test::TestServer images;
-    images.on("/blue.png", {200, "image/png", test::encodePNG(4, 2, [](int, int) { return 0x0000ffffu; })});
+TEST_F(Preload, AFailedImageStillMakesItReadyANewerLoadReplacesItAndOnlyShowAdPutsItUpOnce) {
+    test::TestServer server;
+    server.on("/blue.png", {200, "image/png", test::encodePNG(4, 2, [](int, int) { return 0x0000ffffu; })});
+    server.on("/view", test::Answer::text("down", 500));
+    EXPECT_FALSE(ad.showAd()) << "nothing ready yet";
     const std::string dead = "http://127.0.0.1:" + std::to_string(test::TestServer::deadPort()) + "/i.png";
     QuovAdFlow::makeLoadCompletion(ad)({bidWithImage(dead)}, std::nullopt);
     EXPECT_FALSE(ad.isAdReady()) << "not before the image has been tried";
     ASSERT_TRUE(runUntilLoaded(1));
     EXPECT_TRUE(ad.isAdReady());
-    auto newest = bidWithImage(images.url("/blue.png"));
+    auto newest = bidWithImage(server.url("/blue.png"));
+    newest->setCheckViews(std::vector<std::string>{server.url("/view")});
     QuovAdFlow::makeLoadCompletion(ad)({newest}, std::nullopt);
     EXPECT_FALSE(ad.isAdReady()) << "the ready ad is gone once a newer one is on its way";
     ASSERT_TRUE(runUntilLoaded(2));
-    auto view = show();
-    ASSERT_NE(view, nullptr);
+    ad.setPreloadBeforeShow(false);  // what counts is the setting the load was made with
+    EXPECT_TRUE(window->subviews().empty()) << "no view before showAd";
+    ASSERT_TRUE(ad.flush(std::chrono::seconds(20)));
+    EXPECT_EQ(server.countOn("/view"), 0u) << "no impression before showAd";
+
+    ASSERT_TRUE(ad.showAd());
+    EXPECT_FALSE(ad.isAdReady());
+    ASSERT_EQ(window->subviews().size(), 1u);
+    auto view = std::dynamic_pointer_cast<QVAdView>(window->subviews()[0]);
     EXPECT_EQ(view->bid(), newest);
-    ASSERT_NE(view->imageView()->image(), nullptr);
+    ASSERT_NE(view->imageView()->image(), nullptr) << "the preloaded image, without another download";
     EXPECT_EQ(view->imageView()->image()->rgba[2], 0xff) << "blue: the newest creative";
+    EXPECT_EQ(server.countOn("/blue.png"), 1u);
     EXPECT_EQ(delegate->calls, (Calls{"loaded", "loaded", "displayed"}));
-    EXPECT_FALSE(ad.showAd());
+    ASSERT_TRUE(ad.flush(std::chrono::seconds(20)));
+    EXPECT_EQ(server.countOn("/view"), 3u) << "one impression, in three attempts";
+    EXPECT_FALSE(ad.showAd()) << "shown once";
 }
 
 // Misuse a host makes while integrating: told once, by name, instead of a silent failure.
@@ -210,6 +162,13 @@ TEST(Facade, MisuseNamesTheCallOnceAndAMissingBundleValueNamesItsKey) {
     const auto misuse = log.linesStartingWith("QuovSDK misuse: ");
     ASSERT_EQ(misuse.size(), 1u);
     EXPECT_NE(misuse[0].find("QuovAd::setIMEI"), std::string::npos) << misuse[0];
+    for (const bool partly : {false, true}) {  // a load before setup, or with no key: told, and nothing started
+        if (partly) ad.setupWithAppId(std::string("a"), std::nullopt);
+        log.clear();
+        ad.loadAdWithAdId(std::string("slot"));
+        EXPECT_EQ(log.lines(), Calls{"Please call `setup` initialize first"});
+        EXPECT_EQ(MainLoop::shared().pending(), 0u);
+    }
 
     test::NetworkScope scope;
     const auto full = scope.device->bundle;

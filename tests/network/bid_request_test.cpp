@@ -15,7 +15,6 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <set>
 #include <stdexcept>
 
 namespace quov {
@@ -25,13 +24,12 @@ using json = nlohmann::json;
 using test::Answer;
 using test::NetworkScope;
 using test::TestServer;
-using test::UnansweringServer;
 using Calls = std::vector<std::string>;
 using Opt = std::optional<std::string>;
 
 struct LoadResult {
     int calls = 0;
-    std::vector<std::string> ids;
+    std::size_t bids = 0;
     std::optional<Error> error;
 };
 
@@ -45,14 +43,12 @@ protected:
         LoadResult r;
         log.clear();
         QVRequestHelper::loadAdWithAdId(slot, [&](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
-            ++r.calls;
-            for (const auto& b : bids) r.ids.push_back(b->identifier().value_or("?"));
+            ++r.calls, r.bids = bids.size();
             r.error = std::move(error);
         });
         EXPECT_TRUE(test::NetworkScope::runUntil([&] { return r.calls > 0; }));
         return r;
     }
-    json lastBody() { return json::parse(server.received().back().body); }
     /// One load through the facade singleton; true when it failed with 4001.
     bool loadFails() {
         delegate->calls.clear();
@@ -74,7 +70,10 @@ TEST_F(BidRequest, UrlHeadersAndACompactBodyFromTheDeviceAndTheRecord) {
     scope.device->trackingEnabled = true;
     scope.device->idfa = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
     scope.device->scale = 2.0;
+    QuovAd::shared().setIMEI(std::string("861234"));
+    QuovAd::shared().setOAID(std::string(""));  // an empty identifier is not sent
     load();
+    QuovAd::shared().setIMEI(std::nullopt);
     const auto got = server.received();
     ASSERT_EQ(got.size(), 1u);
     EXPECT_EQ(got[0].method, "POST");
@@ -84,6 +83,10 @@ TEST_F(BidRequest, UrlHeadersAndACompactBodyFromTheDeviceAndTheRecord) {
     const json body = json::parse(got[0].body);
     EXPECT_EQ(got[0].body, body.dump()) << "compact JSON";
     EXPECT_EQ(body.size(), 4u);
+    EXPECT_EQ(got[0].body.find("slot"), std::string::npos) << "the slot is never sent";
+    EXPECT_EQ(body["imp"], (json::array({{{"id", body["imp"][0]["id"]}, {"tagid", "0"}}})));
+    EXPECT_EQ(body["id"].get<std::string>().size(), 18u);
+    EXPECT_NE(body["id"], body["imp"][0]["id"]);
     EXPECT_EQ(body["app"], (json{{"bundle", "com.example.fake"}, {"sdk_ver", 1}, {"ver", "1.2.3"}}));
     const json& d = body["device"];
     const DeviceInfoRecord record = QVDeviceInfo::deviceInfo();
@@ -92,42 +95,10 @@ TEST_F(BidRequest, UrlHeadersAndACompactBodyFromTheDeviceAndTheRecord) {
                                                              {"osv", "DeviceOsVersion"}};
     for (const auto& [member, key] : fromRecord) EXPECT_EQ(d.value(member, ""), *record.text(key)) << member;
     const json fixed = {{"os", "linux"}, {"make", "apple"}, {"idfa", "6D92078A-8246-4BA4-AE5B-76104861E7DC"},
-                        {"ppi", 440},    {"pxratio", 2.0},  {"lmt", 0}};
+                        {"ppi", 440},    {"pxratio", 2.0},  {"lmt", 0},      {"imei", "861234"}};
     for (const auto& [member, value] : fixed.items()) EXPECT_EQ(d.value(member, json()), value) << member;
+    EXPECT_FALSE(d.contains("oaid"));
     EXPECT_TRUE(d["h"].is_number_integer() && d["w"].is_number_integer());
-}
-
-TEST_F(BidRequest, IdentifiersAreSentOnlyWhenNotEmpty) {
-    const std::tuple<Opt, Opt, std::size_t> cases[] = {
-        {"", "", 16}, {"861234", "oa-1", 18}, {"861234", "", 17}, {std::nullopt, std::nullopt, 16}};
-    for (const auto& [imei, oaid, members] : cases) {
-        SCOPED_TRACE(members);
-        QuovAd::shared().setIMEI(imei);
-        QuovAd::shared().setOAID(oaid);
-        load();
-        const json d = lastBody()["device"];
-        EXPECT_EQ(d.size(), members) << d.dump();
-        EXPECT_EQ(d.value("imei", ""), imei.value_or(""));
-        EXPECT_EQ(d.value("oaid", ""), oaid.value_or(""));
-    }
-}
-
-TEST_F(BidRequest, FreshIndependentIdsAndTheSlotIsNeverSent) {
-    const std::string alphabet = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    load(std::string("slot-A"));
-    load(std::nullopt);
-    std::set<std::string> ids;
-    for (const auto& r : server.received()) {
-        const json body = json::parse(r.body);
-        EXPECT_EQ(r.body.find("slot-"), std::string::npos);
-        EXPECT_EQ(body["imp"], (json::array({{{"id", body["imp"][0]["id"]}, {"tagid", "0"}}})));
-        for (const std::string id : {body["id"], body["imp"][0]["id"]}) {
-            EXPECT_EQ(id.size(), 18u);
-            EXPECT_EQ(id.find_first_not_of(alphabet), std::string::npos) << id;
-            ids.insert(id);
-        }
-    }
-    EXPECT_EQ(ids.size(), 4u) << "every id differs";
 }
 
 TEST(BidRequestRules, DeviceSizeTypeConnectionCarrierAndTracking) {
@@ -167,26 +138,22 @@ TEST(BidRequestRules, DeviceSizeTypeConnectionCarrierAndTracking) {
 }
 
 TEST_F(BidRequest, FailuresGive4001AndLogTheAnswer) {
-    Answer huge = Answer::json("[" + std::string(5u << 20, ' ') + "]");
-    huge.chunked = true;
     const std::pair<Answer, std::string> cases[] = {
         {Answer::text("no such slot", 404), "no such slot"},
         {Answer{200, "text/html", "<b>hi</b>"}, "<b>hi</b>"},
         {Answer::text("\xff\xfe", 404), "(null)"},
         {Answer::json(R"({"seatbid":)"), "(null)"},
-        {huge, "(null)"},
     };
     for (const auto& [answer, logged] : cases) {
         SCOPED_TRACE(logged);
         server.on("/network", answer);
         const LoadResult r = load();
         EXPECT_EQ(r.calls, 1);
-        EXPECT_TRUE(r.ids.empty());
+        EXPECT_EQ(r.bids, 0u);
         EXPECT_EQ(r.error, QVError::errorWithCode(4001));
         EXPECT_EQ(log.linesStartingWith("Reqeust failed"), std::vector<std::string>{"Reqeust failed, response: " + logged});
     }
 }
-
 
 // The bids built while the answer streams in are exactly those of the whole document.
 TEST(BidResponseStream, StreamedBidsMatchTheWholeDocumentForEveryShape) {
@@ -226,33 +193,20 @@ TEST(BidServerBase, HostValuesAreCheckedAndRefusalsSayWhy) {
     for (const auto& [in, problem] : cases) {
         SCOPED_TRACE(in);
         QuovHost::setBidServerBase("http://127.0.0.1:1");
+        std::string refusal;
         try {
             QuovHost::setBidServerBase(std::string(in));
-            EXPECT_EQ(problem, nullptr) << "accepted";
-            if (!problem) {
-                EXPECT_EQ(network::bidServerBase(), in);
-            }
         } catch (const std::invalid_argument& e) {
-            ASSERT_NE(problem, nullptr) << e.what();
-            EXPECT_NE(std::string(e.what()).find("QuovHost::setBidServerBase"), std::string::npos) << e.what();
-            EXPECT_NE(std::string(e.what()).find(problem), std::string::npos) << e.what();
-            EXPECT_EQ(network::bidServerBase(), "http://127.0.0.1:1") << "a refused value changes nothing";
+            refusal = e.what();
         }
+        EXPECT_EQ(network::bidServerBase(), problem ? "http://127.0.0.1:1" : in) << "a refusal changes nothing";
+        EXPECT_EQ(refusal.empty(), !problem) << refusal;
+        EXPECT_TRUE(!problem || (refusal.find(problem) != std::string::npos &&
+                                 refusal.find("QuovHost::setBidServerBase") != std::string::npos))
+            << refusal;
     }
     QuovHost::setBidServerBase(std::nullopt);
     EXPECT_EQ(network::bidServerBase(), builtIn);
-}
-
-// Kept-alive connections from earlier loads: a POST the server reads and drops is not sent again.
-TEST_F(BidRequest, ALoadIsOnePostEvenWhenTheConnectionDies) {
-    constexpr std::size_t kWarm = 5;
-    UnansweringServer closing(UnansweringServer::After::Close, kWarm);
-    platform::Context::ScopedServiceBase base(platform::Context::shared(), closing.url(""));
-    QuovAd::shared().setDelegate(delegate);
-    for (std::size_t i = 0; i < kWarm; ++i) QuovAd::shared().loadAdWithAdId(std::nullopt);
-    ASSERT_TRUE(NetworkScope::runUntil([&] { return delegate->calls.size() == kWarm; }));
-    EXPECT_TRUE(loadFails());
-    EXPECT_EQ(closing.unanswered(), 1u);
 }
 
 TEST_F(BidRequest, TheBidRequestNeverFollowsARedirectToAnotherOrigin) {

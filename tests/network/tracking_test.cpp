@@ -2,7 +2,6 @@
 #include <quov/QuovAd.h>
 
 #include "network/ResponseRule.h"
-#include "network/Tracking.h"
 #include "support/LogCapture.h"
 #include "support/NetworkScope.h"
 #include "support/TestServer.h"
@@ -51,13 +50,8 @@ TEST_F(Tracking, AttemptsFollowTheAnswerAndTheCount) {
     server.on("/bad-json", Answer::json("{oops"));
     server.on("/500", Answer::text("down", 500));
     server.on("/300", Answer::json("{}", 300));  // no Location: nothing to follow
-    const struct {
-        const char* path;
-        std::uint64_t n;
-        std::size_t gets;
-        std::int64_t errorCode;  // 0: success
-        const char* body;        // of a success; "" for none
-    } cases[] = {
+    // path, attempts allowed, GETs made, the error code (0: success), the body of a success
+    const std::tuple<const char*, std::uint64_t, std::size_t, std::int64_t, const char*> cases[] = {
         {"/empty", 3, 1, 0, ""},
         {"/space", 3, 1, 0, ""},
         {"/json", 3, 1, 0, R"([1,"a"])"},
@@ -67,17 +61,17 @@ TEST_F(Tracking, AttemptsFollowTheAnswerAndTheCount) {
         {"/500", 0, 1, network::kHttpStatus, ""},
         {"/300", 1, 1, network::kHttpStatus, ""},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.path) + " n=" + std::to_string(c.n));
+    for (const auto& [path, n, gets, errorCode, body] : cases) {
+        SCOPED_TRACE(std::string(path) + " n=" + std::to_string(n));
         server.clearReceived();
         log.clear();
-        Outcome o = track(server.url(c.path), c.n);
-        EXPECT_EQ(server.count(), c.gets);
+        Outcome o = track(server.url(path), n);
+        EXPECT_EQ(server.count(), gets);
         EXPECT_EQ(o.successes + o.failures, 1);
-        EXPECT_EQ(o.failures ? o.error.code : 0, c.errorCode);
-        EXPECT_EQ(o.body ? o.body->dump() : "", c.body);
-        EXPECT_EQ(log.linesStartingWith("GET URL WITH retry").size(), c.gets);
-        EXPECT_EQ(log.linesStartingWith("Retry request with url").size(), c.gets - 1);
+        EXPECT_EQ(o.failures ? o.error.code : 0, errorCode);
+        EXPECT_EQ(o.body ? o.body->dump() : "", body);
+        EXPECT_EQ(log.linesStartingWith("GET URL WITH retry").size(), gets);
+        EXPECT_EQ(log.linesStartingWith("Retry request with url").size(), gets - 1);
     }
 }
 
@@ -96,20 +90,6 @@ TEST_F(Tracking, EveryAttemptEncodesTheOriginalUrlOnceAndLogsItAsPassed) {
     EXPECT_NE(retries[0].find("500"), std::string::npos) << retries[0];
 }
 
-TEST_F(Tracking, FlushWaitsForEveryChainIncludingRetriesNotYetStarted) {
-    Answer slow = Answer::text("no", 500);
-    slow.delay = std::chrono::milliseconds(20);
-    server.on("/slow", slow);
-    int finals = 0;
-    for (int i = 0; i < 4; ++i)
-        QVRequestHelper::getURLWithRetry(server.url("/slow"), 3, {}, [&](const Error&) { ++finals; });
-    EXPECT_EQ(network::pendingTrackingRequests(), 4u);
-    EXPECT_FALSE(QuovAd::shared().flush(std::chrono::milliseconds(1))) << "nothing can be back yet";
-    EXPECT_TRUE(QuovAd::shared().flush(std::chrono::seconds(20)));
-    EXPECT_EQ(finals, 4);
-    EXPECT_EQ(server.count(), 12u);
-}
-
 // Kept-alive connections from a warm-up must not turn one attempt into a replayed GET.
 TEST_F(Tracking, EachAttemptIsExactlyOneGetEvenWithAWarmPool) {
     constexpr std::size_t kWarm = 6;
@@ -122,36 +102,24 @@ TEST_F(Tracking, EachAttemptIsExactlyOneGetEvenWithAWarmPool) {
     EXPECT_EQ(closing.unanswered(), 3u);
 }
 
-TEST_F(Tracking, AHungHostHoldsNoneOfItsTrackersBack) {
-    UnansweringServer hung(UnansweringServer::After::Stall);
-    for (int i = 0; i < 10; ++i) QVRequestHelper::getURLWithRetry(hung.url("/t?i=" + std::to_string(i)), 1, {}, {});
-    EXPECT_TRUE(hung.waitForUnanswered(10, 20s)) << "only " << hung.unanswered() << " on the wire together";
-}  // the server closes them all: each chain ends with one failure
-
-namespace atexit_host {
-
-int finals = 0;
-test::LogCapture* log = nullptr;
-
 // A host's static object flushing from its destructor, after the SDK's client stopped at exit.
-struct Host {
-    ~Host() {
-        const bool flushed = QuovAd::shared().flush(std::chrono::seconds(5));
-        std::fprintf(stderr, "finals=%d retries=%zu flushed=%d\n", finals,
-                     log->linesStartingWith("Retry request").size(), flushed ? 1 : 0);
-    }
-};
-
-}  // namespace atexit_host
-
 TEST(TrackingAtExit, AFlushFromAStaticDestructorEndsAnInFlightChainOnce) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
+    static int finals = 0;
+    static test::LogCapture* log = nullptr;
+    struct Host {
+        ~Host() {
+            const bool flushed = QuovAd::shared().flush(std::chrono::seconds(5));
+            std::fprintf(stderr, "finals=%d retries=%zu flushed=%d\n", finals,
+                         log->linesStartingWith("Retry request").size(), flushed ? 1 : 0);
+        }
+    };
     EXPECT_EXIT(
         {
-            static atexit_host::Host host;  // made before the client, so destroyed after it
-            atexit_host::log = new test::LogCapture;
+            static Host host;  // made before the client, so destroyed after it
+            log = new test::LogCapture;
             auto* hung = new UnansweringServer(UnansweringServer::After::Stall);
-            QVRequestHelper::getURLWithRetry(hung->url("/t"), 3, {}, [](const Error&) { ++atexit_host::finals; });
+            QVRequestHelper::getURLWithRetry(hung->url("/t"), 3, {}, [](const Error&) { ++finals; });
             hung->waitForUnanswered(1, 20s);
             std::exit(0);
         },

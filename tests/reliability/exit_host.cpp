@@ -31,10 +31,7 @@ struct FlushAtExit {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: %s return|exit|flush|static DELAY_MS\n", argv[0]);
-        return 2;
-    }
+    if (argc != 3) return std::fprintf(stderr, "usage: %s return|exit|flush|static DELAY_MS\n", argv[0]), 2;
     const std::string mode = argv[1];
     // Answers after 400 ms, so whatever the delay some work is on the wire.
     static quov::test::FaultServer server([](quov::test::FaultServer::Conn& c) {

@@ -1,16 +1,13 @@
-// Many view-path loads in one process, headless through the RGBA frame API, against
-// a fast loopback bid server: load, displayed, drawn, closed by a key, trackers done.
-// The server runs in a child process: its own threads' heaps are not the SDK's growth.
-// `quov-soak [LOADS]` (default 10000) prints its figures and fails when resident
-// memory grew by 1 MiB or more after the first 1,000 loads (or the first half of a
-// shorter run), or when descriptors or threads are not back where they were.
+// `quov-soak [LOADS]` (default 10000): view-path loads, headless through the RGBA frame API,
+// each loaded, drawn and closed by a key. Fails when resident memory grew by 1 MiB or more
+// after the first 1,000 loads (or half of a shorter run), or descriptors or threads did not
+// come back. The bid server runs in a child: its threads' heaps are not the SDK's growth.
 #include <quov/Log.h>
 #include <quov/MainLoop.h>
 #include <quov/QuovAd.h>
 #include <quov/QuovFrame.h>
 #include <quov/QuovHost.h>
 
-#include "network/BidServerBase.h"
 #include "platform/Context.h"
 #include "support/RecordingDelegate.h"
 #include "tests/support/fake_device.h"
@@ -48,10 +45,8 @@ long residentKiB() {
     return statusField("VmRSS:");
 }
 
-long openDescriptors() {
-    long n = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++n;
-    return n - 1;  // the iterator's own
+long openDescriptors() {  // less the iterator's own
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}) - 1;
 }
 
 // Forked before any thread exists; the child serves until the soak's SIGTERM.
