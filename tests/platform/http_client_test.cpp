@@ -87,10 +87,9 @@ TEST_F(HttpClientTest, TransportFailuresAreReportedNotThrownAndLeaveTheHostsSign
     const auto before = sigpipe();
     server.redirect("/to-file", "file:///etc/passwd");
     server.redirect("/loop", "/loop");
-    Answer big = Answer::json(std::string(300 * 1024, ' '));
-    server.on("/sized", big);
-    big.chunked = true;
-    server.on("/chunked", big);
+    const std::string big(300 * 1024, ' ');
+    server.on("/sized", Answer::json(big));
+    server.on("/chunked", Answer{.body = big, .chunked = true});
     const std::string urls[] = {"http://127.0.0.1:" + std::to_string(TestServer::deadPort()) + "/",
                                 "file:///etc/passwd", "ftp://127.0.0.1/x", "::::", server.url("/to-file"),
                                 server.url("/loop"), server.url("/sized"), server.url("/chunked")};
@@ -159,9 +158,7 @@ TEST_F(HttpClientTest, WorkerDeliveryAnswersWithoutTheLoopAndSurvivesAThrowingCo
 }
 
 TEST_F(HttpClientTest, AnotherLaneNeverWaitsBehindAHostsBusyConnections) {
-    Answer stuck = Answer::empty();
-    stuck.delay = 3s;  // trackers at a slow endpoint fill the host's slots
-    server.on("/track", stuck);
+    server.on("/track", Answer{.delay = 3s});  // trackers at a slow endpoint fill the host's slots
     server.on("/network", Answer::json("{}"));
     std::vector<std::string> order;
     for (int i = 0; i < 6; ++i) client.send(get(server.url("/track")), [&](HttpResponse) { order.push_back("track"); });
@@ -173,9 +170,7 @@ TEST_F(HttpClientTest, AnotherLaneNeverWaitsBehindAHostsBusyConnections) {
 }
 
 TEST_F(HttpClientTest, RequestsInFlightOrQueuedAtDestructionEachFailOnceMarkedShutDown) {
-    Answer slow = Answer::empty();
-    slow.delay = 300ms;
-    server.on("/slow", slow);
+    server.on("/slow", Answer{.delay = 300ms});
     std::vector<HttpResponse> got;
     {
         HttpClient doomed(loop);
