@@ -43,8 +43,6 @@ TEST(ButtonEvents, DownAndUpSemantics) {
         bool removeButtonFirst = false;
     };
     const std::pair<std::vector<Step>, std::vector<std::string>> cases[] = {
-        {{{B, {110, 110}}, {E, {112, 115}}}, {"down", "up-inside"}},
-        {{{B, {110, 110}}, {E, {10, 10}}}, {"down", "up-outside"}},
         {{{B, {110, 110}}, {M, {5, 5}}, {E, {149, 139}}}, {"down", "up-inside"}},  // wanders out and back
         {{{B, {110, 110}}, {E, {150, 120}}}, {"down", "up-outside"}},              // just past the edge
         {{{B, {10, 10}}, {E, {110, 110}}}, {}},
@@ -88,7 +86,6 @@ TEST(ButtonEvents, AViewThatRemovesItselfInItsActionSurvivesTheCall) {
     panel.reset();  // the window is the only owner now
     window->sendTouch(1, TouchPhase::Began, {20, 20});
     window->sendTouch(1, TouchPhase::Ended, {20, 20});
-    EXPECT_TRUE(window->subviews().empty());
     EXPECT_TRUE(weak.expired()) << "gone once the action returned";
 }
 

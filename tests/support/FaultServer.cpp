@@ -65,7 +65,7 @@ bool FaultServer::Conn::next() {
 
 bool FaultServer::Conn::send(std::string_view data) {
     while (!data.empty()) {
-        const ssize_t n = stopping() ? -1 : ::send(fd, data.data(), data.size(), MSG_NOSIGNAL);
+        const ssize_t n = server->stopping_ ? -1 : ::send(fd, data.data(), data.size(), MSG_NOSIGNAL);
         if (n <= 0) return false;
         data.remove_prefix(static_cast<std::size_t>(n));
     }
@@ -74,7 +74,7 @@ bool FaultServer::Conn::send(std::string_view data) {
 
 bool FaultServer::Conn::pause(int ms) {
     pollfd p{fd, POLLRDHUP, 0};  // the destructor's shutdown() ends the wait as a hang-up does
-    return ::poll(&p, 1, ms) == 0 && !stopping();
+    return ::poll(&p, 1, ms) == 0 && !server->stopping_;
 }
 
 void FaultServer::Conn::reset() {
@@ -84,9 +84,7 @@ void FaultServer::Conn::reset() {
 
 FaultServer::FaultServer(Behaviour behaviour, bool tls)
     : behaviour_(std::move(behaviour)), sslContext_(tls ? selfSignedContext() : nullptr) {
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in addr{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t len = sizeof addr;
     listenFd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (listenFd_ < 0 || ::bind(listenFd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
@@ -144,8 +142,8 @@ void FaultServer::serve(int fd) {
     ::close(fd);
 }
 
-UnansweringServer::UnansweringServer(After after, std::size_t answered, std::string answer)
-    : server_(std::make_unique<FaultServer>([this, after, answered, answer](FaultServer::Conn& c) {
+UnansweringServer::UnansweringServer(After after, std::size_t answered)
+    : server_(std::make_unique<FaultServer>([this, after, answered](FaultServer::Conn& c) {
           do {
               bool reply;
               {
@@ -158,7 +156,8 @@ UnansweringServer::UnansweringServer(After after, std::size_t answered, std::str
                   if (after == After::Stall) c.pause(-1);
                   return;
               }
-          } while (c.send(answer) && c.next());
+          } while (c.send("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 2\r\n\r\n{}") &&
+                   c.next());
       })) {}
 
 UnansweringServer::~UnansweringServer() = default;

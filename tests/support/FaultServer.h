@@ -25,7 +25,6 @@ public:
         bool send(std::string_view data);
         /// Waits ms (-1: until the end); false when the peer hung up or the server stopped.
         bool pause(int ms);
-        bool stopping() const { return server->stopping_.load(); }
         void reset();  // the close at the end sends RST instead of FIN
 
     private:

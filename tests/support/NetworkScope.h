@@ -4,7 +4,6 @@
 #include <quov/QuovAd.h>
 
 #include "platform/Context.h"
-#include "platform/device/DevicePlatform.h"
 #include "tests/support/fake_device.h"
 
 #include <chrono>

@@ -49,10 +49,7 @@ class TestServer {
 public:
     TestServer();
     ~TestServer();
-    TestServer(const TestServer&) = delete;
-    TestServer& operator=(const TestServer&) = delete;
 
-    int port() const { return port_; }
     std::string base() const { return "http://127.0.0.1:" + std::to_string(port_); }
     std::string url(const std::string& pathAndQuery) const { return base() + pathAndQuery; }
 
@@ -86,12 +83,8 @@ private:
 class UnansweringServer {
 public:
     enum class After { Close, Stall };
-    explicit UnansweringServer(After after, std::size_t answered = 0,
-                               std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
-                                                    "Content-Length: 2\r\n\r\n{}");
+    explicit UnansweringServer(After after, std::size_t answered = 0);
     ~UnansweringServer();
-    UnansweringServer(const UnansweringServer&) = delete;
-    UnansweringServer& operator=(const UnansweringServer&) = delete;
 
     std::string url(const std::string& pathAndQuery) const;
     std::size_t count() const { return count_; }  // requests read, answered ones included
