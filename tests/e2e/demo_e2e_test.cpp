@@ -52,8 +52,7 @@ struct Session {
             if (hit.value("endpoint", "") == endpoint) found.push_back(hit["params"]);
         return found;
     }
-    /// Runs the demo headless against the server, with an opener that records each URL and opens only deep
-    /// links; its exit status.
+    /// The demo's exit status, run headless with an opener that records each URL and opens only deep links.
     int demo(const std::string& input, const std::string& value) const {
         const fs::path opener = dir / "opener.sh";
         std::ofstream(opener) << "#!/bin/sh\nprintf '%s\\n' \"$1\" >> '" << (dir / "opened.txt").string()

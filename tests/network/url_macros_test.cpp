@@ -77,8 +77,7 @@ TEST(Macros, TimeStampIsNowInSecondsWithFraction) {
 TEST(MacroNumbers, RealTextIgnoresTheHostsNumericLocale) {
     char dir[] = "/tmp/quov-locale-XXXXXX";
     ASSERT_NE(::mkdtemp(dir), nullptr);
-    const std::string out = std::string(dir) + "/de_DE.UTF-8";
-    const std::string build = "localedef -i de_DE -f UTF-8 " + out + " >/dev/null 2>&1";
+    const std::string build = "localedef -i de_DE -f UTF-8 " + std::string(dir) + "/de_DE.UTF-8 >/dev/null 2>&1";
     if (std::system(build.c_str()) != 0) GTEST_SKIP() << "localedef or the de_DE source is missing";
     ::setenv("LOCPATH", dir, 1);
     const std::string saved = std::setlocale(LC_ALL, nullptr);
