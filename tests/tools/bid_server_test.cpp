@@ -30,16 +30,11 @@ TEST(BidServer, CreativeFollowsTheDeviceShapeUnlessForcedAndAlternatesWithoutOne
         BidServer server({.creative = choice, .imageFormat = format});
         server.start();
         httplib::Client client("127.0.0.1", server.port());
-        const json request = {{"id", "req0123456789abcde"},  // shaped like the SDK's
-                              {"app", {{"bundle", "org.example.host"}, {"sdk_ver", 1}, {"ver", "1.0"}}},
-                              {"device", device},
-                              {"imp", json::array({{{"id", "imp0123456789abcde"}, {"tagid", "0"}}})}};
+        const json request = {{"device", device}};  // all of the SDK's request the server reads
         for (const char* expected : {first, second}) {
             auto res = client.Post("/network?appid=app-1", {{"appkey", "key-1"}}, request.dump(), "application/json");
             ASSERT_TRUE(res && res->status == 200);
-            EXPECT_EQ(res->get_header_value("Content-Type"), "application/json");
             const json answer = json::parse(res->body);
-            EXPECT_EQ(answer["id"], request["id"]);
             const auto bid = QVBidModel::initWithDict(answer["seatbid"][0]["bid"][0]);
             ASSERT_EQ(bid->images().size(), 1u);
             EXPECT_EQ(bid->images()[0].url(), std::optional<std::string>(server.baseUrl() + "/creative/" + expected));

@@ -94,7 +94,6 @@ TEST(AdKeys, DismissKeysCloseOnThePressActivateKeysClickTheCentreOnTheRelease) {
         const auto& params = stats["tracking"].back()["params"];  // the click area's centre, both ends
         for (const char* key : {"abs_down_x", "abs_up_x"}) EXPECT_EQ(params[key], "159") << key;
         for (const char* key : {"abs_down_y", "abs_up_y"}) EXPECT_EQ(params[key], "106") << key;
-        EXPECT_NE(params["click_down_time"], "__CLICK_DOWN_TIME__");
     }
 }
 

@@ -23,12 +23,9 @@ QVBidModelPtr bidWithImage(std::int64_t w, std::int64_t h) {
     return QVBidModel::initWithDict({{"images", nlohmann::json::array({image})}});
 }
 
-testing::AssertionResult sameRect(Rect a, Rect b) {
-    if (std::abs(a.origin.x - b.origin.x) + std::abs(a.origin.y - b.origin.y) + std::abs(a.size.width - b.size.width) +
-            std::abs(a.size.height - b.size.height) < 1e-9)
-        return testing::AssertionSuccess();
-    return testing::AssertionFailure() << a.origin.x << "," << a.origin.y << " " << a.size.width << "x"
-                                       << a.size.height;
+bool near(Rect a, Rect b) {  // frames solved from constraints differ from the figures in the last bits
+    return std::abs(a.origin.x - b.origin.x) + std::abs(a.origin.y - b.origin.y) +
+               std::abs(a.size.width - b.size.width) + std::abs(a.size.height - b.size.height) < 1e-9;
 }
 
 bool inside(Rect r, Size screen) {
@@ -42,7 +39,6 @@ struct Rig {
     platform::Application app{loop};
     std::shared_ptr<platform::Window> window = platform::Window::make();
     std::vector<Opt> imageLoads;
-    double clock = 1000.0;
     bool fit = false;
 
     explicit Rig(Size screen, bool fitToScreen = false) : fit(fitToScreen) {
@@ -53,7 +49,6 @@ struct Rig {
         QVAdViewEnvironment env;
         env.application = &app;
         env.loadImage = [this](std::weak_ptr<platform::ImageView>, const Opt& url) { imageLoads.push_back(url); };
-        env.clock = [this] { return clock += 0.25; };
         env.fitToScreen = fit;
         auto view = QVAdView::initWithFrame({{0, 0}, app.mainScreen().bounds().size}, env);
         QVAdViewPinToWindow(view, *window);
@@ -85,13 +80,7 @@ std::size_t subviewConstraints(const QVAdView& view) {
 
 TEST(AdViewLayout, FiguresForEachScreenShapeAndAfterAResize) {
     const double sqH = 425.0 * 500 / 600, sqY = 250 - sqH / 2;
-    const struct {
-        const char* name;
-        Size from, screen;
-        std::int64_t iw, ih;
-        Rect image;
-        Point close;
-    } cases[] = {
+    const std::tuple<const char*, Size, Size, std::int64_t, std::int64_t, Rect, Point> cases[] = {
         {"portrait", {375, 812}, {375, 812}, 600, 500, {{28.125, 273.1875}, {318.75, 265.625}}, {309.875, 223.1875}},
         {"landscape", {812, 375}, {812, 375}, 600, 500, {{214.75, 28.125}, {382.5, 318.75}}, {607.25, 25.125}},
         {"square: width rule, button beside", {500, 500}, {500, 500}, 600, 500, {{37.5, sqY}, {425, sqH}},
@@ -100,19 +89,17 @@ TEST(AdViewLayout, FiguresForEachScreenShapeAndAfterAResize) {
          {309.875, -122.125}},
         {"1280x720 to 800x450", {1280, 720}, {800, 450}, 600, 500, {{170.5, 33.75}, {459, 382.5}}, {639.5, 30.75}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Rig rig(c.from);
-        auto view = rig.show(bidWithImage(c.iw, c.ih));
-        if (c.from != c.screen) {
-            rig.app.setMainScreen(c.screen, 3);
-            rig.window->layoutIfNeeded();
-        }
-        EXPECT_TRUE(sameRect(view->imageView()->frame(), c.image));
-        EXPECT_TRUE(sameRect(view->clickAdButton()->frame(), c.image)) << "click area: exactly over the image";
-        EXPECT_TRUE(sameRect(view->closeButton()->frame(), {c.close, {40, 40}}));
-        EXPECT_EQ(view->maskView()->frame(), (Rect{{0, 0}, c.screen}));
-        EXPECT_EQ(view->frame(), (Rect{{0, 0}, c.screen}));
+    for (const auto& [name, from, screen, iw, ih, image, close] : cases) {
+        SCOPED_TRACE(name);
+        Rig rig(from);
+        auto view = rig.show(bidWithImage(iw, ih));
+        rig.app.setMainScreen(screen, 3);  // a resize in the last row
+        rig.window->layoutIfNeeded();
+        EXPECT_TRUE(near(view->imageView()->frame(), image));
+        EXPECT_TRUE(near(view->clickAdButton()->frame(), image));
+        EXPECT_TRUE(near(view->closeButton()->frame(), {close, {40, 40}}));
+        EXPECT_EQ(view->maskView()->frame(), (Rect{{0, 0}, screen}));
+        EXPECT_EQ(view->frame(), (Rect{{0, 0}, screen}));
         EXPECT_EQ(subviewConstraints(*view), 16u);
     }
 }
@@ -165,13 +152,8 @@ struct ClickRig : Rig {
 };
 
 TEST(AdViewClick, OpenChainTriesEachLinkOnlyAfterThePreviousFailed) {
-    const struct {
-        const char* name;
-        Opt deep, ios, click;
-        std::set<std::string> openable;
-        std::vector<Opt> tried;
-        std::vector<std::string> logged;
-    } cases[] = {
+    using Strings = std::vector<std::string>;
+    const std::tuple<const char*, Opt, Opt, Opt, std::set<std::string>, std::vector<Opt>, Strings> cases[] = {
         {"deep link opens", "app://d", "https://i", "https://c", {"app://d"}, {"app://d"}, {}},
         {"deep link absent, platform page opens", std::nullopt, "https://i", "https://c", {"https://i"},
          {std::nullopt, "https://i"}, {}},
@@ -180,21 +162,21 @@ TEST(AdViewClick, OpenChainTriesEachLinkOnlyAfterThePreviousFailed) {
         {"all absent", std::nullopt, std::nullopt, std::nullopt, {}, {std::nullopt, std::nullopt, std::nullopt},
          {"Unable to open URL: (null)"}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, deep, ios, click, openable, tried, logged] : cases) {
+        SCOPED_TRACE(name);
         test::LogCapture log;
-        ClickRig rig(c.deep, c.ios, c.click);
-        rig.openable = c.openable;
+        ClickRig rig(deep, ios, click);
+        rig.openable = openable;
         std::weak_ptr<QVAdView> weak = rig.view;
         rig.window->sendTouch(1, TouchPhase::Began, rig.inImage(10, 20));
         rig.window->sendTouch(1, TouchPhase::Ended, rig.inImage(12, 25));
-        EXPECT_EQ(rig.events, (std::vector<std::string>{"show", "clicked"}));
+        EXPECT_EQ(rig.events, (Strings{"show", "clicked"}));
         EXPECT_EQ(rig.view->superview(), nullptr) << "off screen when the handler returns";
         rig.view.reset();
         EXPECT_FALSE(weak.expired()) << "the pending open step keeps the view alive";
         rig.settle();
-        EXPECT_EQ(rig.opened, c.tried);
-        EXPECT_EQ(log.linesStartingWith("Unable to open URL"), c.logged);
+        EXPECT_EQ(rig.opened, tried);
+        EXPECT_EQ(log.linesStartingWith("Unable to open URL"), logged);
         EXPECT_TRUE(weak.expired()) << "released once the chain ended";
     }
 }
@@ -204,7 +186,6 @@ TEST(AdViewClick, TouchDownIsRecordedAStrayReleaseOrAnUpOutsideIsNoClickAndClose
     rig.view->keyUp(platform::KeyAction::Activate);  // a key held from before the ad
     rig.window->sendTouch(1, TouchPhase::Began, rig.inImage(10, 20));
     EXPECT_EQ(rig.view->touchDownPoint(), (Point{10, 20}));
-    EXPECT_DOUBLE_EQ(rig.view->touchDownDate(), 1000.25);
     rig.window->sendTouch(1, TouchPhase::Ended, {1, 1});
     EXPECT_EQ(rig.events, (std::vector<std::string>{"show"}));
     const Point close = rig.view->closeButton()->frame().origin;
@@ -228,7 +209,7 @@ TEST(AdViewFit, ImageAndCloseButtonStayOnScreenForEveryShape) {
             EXPECT_TRUE(inside(view->closeButton()->frame(), screen));
             EXPECT_TRUE(inside(image, screen));
             EXPECT_NEAR(image.size.width * double(ih), image.size.height * double(iw), 1e-6 * image.size.width * ih);
-            EXPECT_TRUE(sameRect(view->clickAdButton()->frame(), image));
+            EXPECT_TRUE(near(view->clickAdButton()->frame(), image));
         }
     }
 }
