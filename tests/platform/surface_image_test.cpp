@@ -31,15 +31,12 @@ SDL_Surface* keyedPalette() {
     return s;
 }
 
-// SDL's own conversion to RGBA, rows unpadded: the independent answer. Takes the surface.
+// SDL's own conversion to RGBA (whose rows need no padding): the independent answer. Takes the surface.
 std::vector<std::uint8_t> sdlRGBA(SDL_Surface* surface) {
-    SDL_Surface* rgba = surface ? SDL_ConvertSurfaceFormat(surface, SDL_PIXELFORMAT_RGBA32, 0) : nullptr;
+    SDL_Surface* rgba = SDL_ConvertSurfaceFormat(surface, SDL_PIXELFORMAT_RGBA32, 0);
     SDL_FreeSurface(surface);
-    std::vector<std::uint8_t> out;
-    for (int y = 0; rgba && y < rgba->h; ++y) {
-        const auto* row = static_cast<const std::uint8_t*>(rgba->pixels) + static_cast<std::ptrdiff_t>(y) * rgba->pitch;
-        out.insert(out.end(), row, row + rgba->w * 4);
-    }
+    const auto* bytes = static_cast<const std::uint8_t*>(rgba->pixels);
+    std::vector<std::uint8_t> out(bytes, bytes + rgba->pitch * rgba->h);
     SDL_FreeSurface(rgba);
     return out;
 }
