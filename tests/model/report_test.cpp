@@ -2,7 +2,6 @@
 #include <quov/QVRequestHelper.h>
 #include <quov/QuovAd.h>
 
-#include "network/Tracking.h"
 #include "support/LogCapture.h"
 #include "support/NetworkScope.h"
 #include "support/TestServer.h"

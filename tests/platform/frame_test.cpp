@@ -105,13 +105,7 @@ TEST(FrameSurface, DrawsTheAdWhereItIsLaidOutAndTakesPointerAndKeys) {
 // a background that changes every frame; the cache samples only what changed.
 TEST(RgbaPainter, CachedImagesDrawTheSamePixelsAndAreSampledOnlyWhenTheirPlacementChanges) {
     const auto holes = test::patternImage(64, 48, true), opaque = test::patternImage(64, 48, false);
-    const struct {
-        const char* what;
-        platform::ImagePtr image;
-        Rect destination;
-        double alpha;
-        bool samples;
-    } frames[] = {
+    const std::tuple<const char*, platform::ImagePtr, Rect, double, bool> frames[] = {
         {"first", holes, {{10.3, 7.6}, {150.2, 90.7}}, 1, true},
         {"unchanged", holes, {{10.3, 7.6}, {150.2, 90.7}}, 1, false},
         {"moved by a fraction", holes, {{10.55, 7.6}, {150.2, 90.7}}, 1, true},
@@ -122,6 +116,7 @@ TEST(RgbaPainter, CachedImagesDrawTheSamePixelsAndAreSampledOnlyWhenTheirPlaceme
     constexpr int kW = 200, kH = 160;
     platform::RgbaImageCache cache;
     for (const auto& f : frames) {
+        const auto& [what, image, destination, alpha, samples] = f;
         const auto seed = &f - frames;
         std::vector<std::uint8_t> cached(kW * kH * 4);
         for (std::size_t i = 0; i < cached.size(); ++i) cached[i] = static_cast<std::uint8_t>(i * 31 + i / 977 + seed * 101);
@@ -130,10 +125,10 @@ TEST(RgbaPainter, CachedImagesDrawTheSamePixelsAndAreSampledOnlyWhenTheirPlaceme
         for (auto* bytes : {&cached, &fresh}) {
             platform::RgbaPainter painter({bytes->data(), kW, kH, kW * 4}, 1, 1, bytes == &cached ? &cache : nullptr);
             painter.fillRect({{0, 0}, {kW, kH}}, {0, 0, 0, 0.3});
-            painter.drawImage(f.image, {{0, 0}, {64, 48}}, f.destination, f.alpha);
+            painter.drawImage(image, {{0, 0}, {64, 48}}, destination, alpha);
         }
-        EXPECT_TRUE(cached == fresh) << f.what;
-        EXPECT_EQ(cache.samplings() - before, f.samples ? 1u : 0u) << f.what;
+        EXPECT_TRUE(cached == fresh) << what;
+        EXPECT_EQ(cache.samplings() - before, samples ? 1u : 0u) << what;
     }
 }
 
