@@ -7,9 +7,7 @@
 #include <openssl/hmac.h>
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -28,7 +26,6 @@ TEST(Hash, DataMD5KnownDigestsAndFileMD5ReadsEveryChunkAndRefusesWhatItCannotRea
         {std::nullopt, ""},
         {std::string("abc"), "900150983cd24fb0d6963f7d28e17f72"},
         {std::string("ab\0cd", 5), "187ef4436122d1cc2f40dc2b92f0eba0"},  // stops at the zero byte: "ab"
-        {std::string("\xc3\xa9"), "66ddcd97cfdeabb2f6fb8a999b4bc76f"},  // é as UTF-8
     };
     for (const auto& [text, digest] : cases) EXPECT_EQ(QVDeviceInfo::dataMD5(text), digest);
     // 1023, 1024 and 1025 bytes straddle the chunk edge; 5000 spans several chunks.
@@ -52,10 +49,6 @@ TEST(Hash, FileMD5OfAFifoWaitsForItsWriter) {
         const std::string fifo = fs::temp_directory_path() / ("quov-fifo-" + std::to_string(::getpid()));
         ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
         std::thread writer([&] {
-            sigset_t pipe;  // a reader that gave up must not kill the test binary
-            sigemptyset(&pipe);
-            sigaddset(&pipe, SIGPIPE);
-            pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
             if (lateWriter) std::this_thread::sleep_for(100ms);
             const int fd = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);  // blocks until a reader comes
             if (!lateWriter) std::this_thread::sleep_for(100ms);  // connected, idle

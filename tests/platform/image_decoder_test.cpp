@@ -52,16 +52,13 @@ struct AllocationProbe {
 TEST(ImageDecoder, DecodesEachFormatAndRefusesBrokenAndOversizedImagesBeforeAllocatingForThem) {
     const std::string png20 = t::encodePNG(20, 20, quadrants), jpeg8 = t::encodeJPEG(8, 8, quadrants);
 
-    ImageLimits pixels399, side19, bytesLess, small;
-    pixels399.maxPixels = 399, side19.maxSide = 19, bytesLess.maxBytes = png20.size() - 1;
-    small.maxPixels = 100 * 100;
     const std::tuple<const char*, std::string, ImageLimits> cases[] = {
         {"png claiming 100000x100000", t::withPNGSize(png20, 100000, 100000), {}},
-        {"jpeg of 1000x1000 past a small cap", t::encodeJPEG(1000, 1000, quadrants), small},
+        {"jpeg of 1000x1000 past a small cap", t::encodeJPEG(1000, 1000, quadrants), {.maxPixels = 100 * 100}},
         {"gif: refused, the system's GIF decoder is not safe on hostile files", kTwoPixelGIF, {}},
-        {"over the pixel cap", png20, pixels399},
-        {"over the side cap", png20, side19},
-        {"over the byte cap", png20, bytesLess},
+        {"over the pixel cap", png20, {.maxPixels = 399}},
+        {"over the side cap", png20, {.maxSide = 19}},
+        {"over the byte cap", png20, {.maxBytes = png20.size() - 1}},
         {"png of zero width", t::withPNGSize(png20, 0, 20), {}},
         {"jpeg cut before its scan", jpeg8.substr(0, 200), {}},
     };
@@ -72,9 +69,8 @@ TEST(ImageDecoder, DecodesEachFormatAndRefusesBrokenAndOversizedImagesBeforeAllo
         EXPECT_LT(largest, 1000000u) << name;
     }
 
-    ImageLimits exact;  // right at every cap is still fine
-    exact.maxPixels = 400, exact.maxSide = 20, exact.maxBytes = png20.size();
-    EXPECT_TRUE(decodeImage(png20, exact));
+    // Right at every cap is still fine.
+    EXPECT_TRUE(decodeImage(png20, {.maxBytes = png20.size(), .maxSide = 20, .maxPixels = 400}));
     // Pixels come out as the surface conversion makes them, tested on its own.
     const auto jpeg = decodeImage(jpeg8), webp = decodeImage(kOnePixelWebP);
     EXPECT_TRUE(jpeg && jpeg->width == 8 && jpeg->height == 8 && webp && webp->width == 1 && webp->height == 1);

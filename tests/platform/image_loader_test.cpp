@@ -56,7 +56,6 @@ TEST_F(ImageLoaderTest, AnySuccessfulAnswerWithImageBytesGivesAnImageEverythingE
     const std::vector<std::tuple<const char*, Answer, bool>> cases = {
         {"/ok", png(4), true},
         {"/octet-stream", Answer{200, "application/octet-stream", pngBytes(4)}, true},
-        {"/chunked", Answer{200, "image/png", pngBytes(4), 0ms, true}, true},
         {"/no-content", Answer::empty(204), false},
         {"/missing", Answer{404, "image/png", pngBytes(4)}, false},
         {"/corrupt", Answer{200, "image/png", pngBytes(4).substr(0, 40)}, false},

@@ -16,7 +16,6 @@ namespace {
 using namespace quov;
 using namespace quov::platform;
 
-// A headless display of the given pixel size with an application attached.
 struct Rig {
     HeadlessDisplay display;
     MainLoop loop;

@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <tuple>
 
 namespace {
 
@@ -122,34 +123,28 @@ TEST(SoftwareBlendFill, LeavesTheSameBytesAsSdlsBlendedFill) {
         return std::unique_ptr<SDL_Surface, decltype(&SDL_FreeSurface)>(
             SDL_CreateRGBSurfaceWithFormat(0, 256, 16, 32, format), &SDL_FreeSurface);
     };
-    const struct {
-        Uint32 format;
-        SDL_Rect rect;
-        Uint8 r, g, b;
-    } cases[] = {
+    const std::tuple<Uint32, SDL_Rect, Uint8, Uint8, Uint8> cases[] = {  // format, rectangle, colour
         {SDL_PIXELFORMAT_RGB888, {-7, 3, 100, 40}, 200, 17, 255},
         {SDL_PIXELFORMAT_ARGB8888, {0, 0, 256, 16}, 0, 0, 0},
         {SDL_PIXELFORMAT_ARGB8888, {61, -2, 300, 9}, 255, 128, 1},
     };
-    for (const auto& c : cases) {
-        auto start = make(c.format), ours = make(c.format), theirs = make(c.format);  // every byte value, each channel
+    for (const auto& [format, rect, r, g, b] : cases) {
+        auto start = make(format), ours = make(format), theirs = make(format);  // every byte value, each channel
         auto* bytes = static_cast<Uint8*>(start->pixels);
         for (int i = 0; i < start->pitch * start->h; ++i) bytes[i] = static_cast<Uint8>(i / 4 + (i % 4) * 67 + i / 1024);
         SDL_Renderer* sdl = SDL_CreateSoftwareRenderer(theirs.get());
         ASSERT_TRUE(sdl) << SDL_GetError();
         SDL_SetRenderDrawBlendMode(sdl, SDL_BLENDMODE_BLEND);
         const std::size_t size = static_cast<std::size_t>(start->pitch) * static_cast<std::size_t>(start->h);
-        int mismatched = 0;
         for (int a = 0; a < 256; ++a) {
             std::memcpy(ours->pixels, start->pixels, size);
             std::memcpy(theirs->pixels, start->pixels, size);
-            ASSERT_TRUE(blendFill(ours.get(), c.rect, c.r, c.g, c.b, static_cast<Uint8>(a)));
-            SDL_SetRenderDrawColor(sdl, c.r, c.g, c.b, static_cast<Uint8>(a));
-            SDL_RenderFillRect(sdl, &c.rect);
+            ASSERT_TRUE(blendFill(ours.get(), rect, r, g, b, static_cast<Uint8>(a)));
+            SDL_SetRenderDrawColor(sdl, r, g, b, static_cast<Uint8>(a));
+            SDL_RenderFillRect(sdl, &rect);
             SDL_RenderFlush(sdl);
-            mismatched += std::memcmp(ours->pixels, theirs->pixels, size) != 0;
+            ASSERT_EQ(std::memcmp(ours->pixels, theirs->pixels, size), 0) << SDL_GetPixelFormatName(format) << a;
         }
-        EXPECT_EQ(mismatched, 0) << SDL_GetPixelFormatName(c.format) << " rect x " << c.rect.x;
         SDL_DestroyRenderer(sdl);
     }
     EXPECT_FALSE(blendFill(make(SDL_PIXELFORMAT_ABGR8888).get(), {0, 0, 8, 8}, 1, 2, 3, 100)) << "an unknown layout";

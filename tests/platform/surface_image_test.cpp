@@ -5,6 +5,7 @@
 #include <SDL.h>
 
 #include <functional>
+#include <tuple>
 #include <vector>
 
 using quov::platform::imageFromSurface;
@@ -31,15 +32,12 @@ SDL_Surface* keyedPalette() {
     return s;
 }
 
-// SDL's own conversion to RGBA, rows unpadded: the independent answer. Takes the surface.
+// SDL's own conversion to RGBA (whose rows need no padding): the independent answer. Takes the surface.
 std::vector<std::uint8_t> sdlRGBA(SDL_Surface* surface) {
-    SDL_Surface* rgba = surface ? SDL_ConvertSurfaceFormat(surface, SDL_PIXELFORMAT_RGBA32, 0) : nullptr;
+    SDL_Surface* rgba = SDL_ConvertSurfaceFormat(surface, SDL_PIXELFORMAT_RGBA32, 0);
     SDL_FreeSurface(surface);
-    std::vector<std::uint8_t> out;
-    for (int y = 0; rgba && y < rgba->h; ++y) {
-        const auto* row = static_cast<const std::uint8_t*>(rgba->pixels) + static_cast<std::ptrdiff_t>(y) * rgba->pitch;
-        out.insert(out.end(), row, row + rgba->w * 4);
-    }
+    const auto* bytes = static_cast<const std::uint8_t*>(rgba->pixels);
+    std::vector<std::uint8_t> out(bytes, bytes + rgba->pitch * rgba->h);
     SDL_FreeSurface(rgba);
     return out;
 }
@@ -47,29 +45,25 @@ std::vector<std::uint8_t> sdlRGBA(SDL_Surface* surface) {
 TEST(SurfaceImage, EveryLayoutComesOutAsSdlsOwnRgbaConversion) {
     std::uint8_t borrowed[4 * 3 * 4];
     for (std::size_t i = 0; i < sizeof borrowed; ++i) borrowed[i] = static_cast<std::uint8_t>(i * 7);
-    struct Case {
-        const char* name;
-        std::function<SDL_Surface*()> make;
-        bool adopted;  // the image uses the surface's own pixel memory
-    };
-    const Case cases[] = {
+    // Whether the image adopts the surface's own pixel memory.
+    const std::tuple<const char*, std::function<SDL_Surface*()>, bool> cases[] = {
         {"rgba", [] { return patterned(5, 3, SDL_PIXELFORMAT_RGBA32); }, true},
         {"rgb24 with padded rows", [] { return patterned(5, 3, SDL_PIXELFORMAT_RGB24); }, false},
         {"palette with a colour key", keyedPalette, false},
         {"rgba borrowed from elsewhere",
          [&] { return SDL_CreateRGBSurfaceWithFormatFrom(borrowed, 4, 3, 32, 16, SDL_PIXELFORMAT_RGBA32); }, false},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const auto expected = sdlRGBA(c.make());
-        SDL_Surface* surface = c.make();
+    for (const auto& [name, make, adopted] : cases) {
+        SCOPED_TRACE(name);
+        const auto expected = sdlRGBA(make());
+        SDL_Surface* surface = make();
         const void* pixels = surface->pixels;
         const int w = surface->w, h = surface->h;
         const auto image = imageFromSurface(surface);
         ASSERT_TRUE(image);
         EXPECT_TRUE(image->width == w && image->height == h);
         EXPECT_EQ(std::vector<std::uint8_t>(image->rgba.begin(), image->rgba.end()), expected);
-        EXPECT_EQ(image->rgba.data() == pixels, c.adopted);
+        EXPECT_EQ(image->rgba.data() == pixels, adopted);
     }
 }
 

@@ -15,12 +15,7 @@ HeadlessDisplay::HeadlessDisplay(int width, int height) {
     window_ = SDL_CreateWindow("QuovSDK", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, width,
                                height, 0);
     if (window_) renderer_ = SDL_CreateRenderer(window_, -1, SDL_RENDERER_SOFTWARE);
-    if (!renderer_) {
-        const std::string error = SDL_GetError();
-        if (window_) SDL_DestroyWindow(window_);
-        SDL_QuitSubSystem(SDL_INIT_VIDEO);
-        throw std::runtime_error("headless display: " + error);
-    }
+    if (!renderer_) throw std::runtime_error(std::string("headless display: ") + SDL_GetError());
 }
 
 HeadlessDisplay::~HeadlessDisplay() {

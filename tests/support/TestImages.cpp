@@ -31,15 +31,6 @@ std::string encode(int width, int height, const PixelFn& pixel, int jpegQuality)
     return std::string(buffer.data(), static_cast<std::size_t>(size));
 }
 
-std::uint32_t crc32(const std::string& bytes, std::size_t from, std::size_t count) {
-    std::uint32_t crc = 0xffffffffu;
-    for (std::size_t i = from; i < from + count; ++i) {
-        crc ^= static_cast<unsigned char>(bytes[i]);
-        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xedb88320u & (0u - (crc & 1u)));
-    }
-    return ~crc;
-}
-
 void putBE32(std::string& s, std::size_t at, std::uint32_t v) {
     for (int i = 0; i < 4; ++i) s[at + i] = static_cast<char>(v >> (24 - 8 * i));
 }
@@ -55,7 +46,12 @@ std::string encodeJPEG(int width, int height, const PixelFn& pixel, int quality)
 std::string withPNGSize(std::string png, std::uint32_t width, std::uint32_t height) {
     putBE32(png, 16, width);
     putBE32(png, 20, height);
-    putBE32(png, 29, crc32(png, 12, 17));  // over "IHDR" and its 13 bytes
+    std::uint32_t crc = 0xffffffffu;  // over "IHDR" and its 13 bytes
+    for (std::size_t i = 12; i < 29; ++i) {
+        crc ^= static_cast<unsigned char>(png[i]);
+        for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xedb88320u & (0u - (crc & 1u)));
+    }
+    putBE32(png, 29, ~crc);
     return png;
 }
 
