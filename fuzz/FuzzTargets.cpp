@@ -89,17 +89,21 @@ void request(const std::uint8_t* data, std::size_t size) {
     network::BidRequestInputs in;
     in.appId = next(rest);
     in.appKey = std::string(rest);
-    const bool valid = !network::bidServerBaseProblem(base);
+    const std::optional<std::string> valid =
+        network::bidServerBaseProblem(base) ? std::nullopt : std::optional<std::string>(base);
     if (valid) {
-        // A base is an origin only: no user part, path, query, fragment, blank or control byte
-        // that would change what "/network?appid=" means.
-        const bool web = base.rfind("http://", 0) == 0 || base.rfind("https://", 0) == 0;
-        if (!web || base.find_first_of("@/?# ", base.find("://") + 3) != std::string::npos) std::abort();
-        for (unsigned char c : base)
+        // A base adds nothing but an origin and a path: no user part, query, fragment,
+        // blank or control byte that would change what "/network?appid=" means.
+        const bool http = valid->rfind("http://", 0) == 0 || valid->rfind("https://", 0) == 0;
+        const std::size_t host = valid->find("://") + 3;
+        const std::string authority = valid->substr(host, valid->find('/', host) - host);
+        if (!http || authority.find('@') != std::string::npos || valid->find_first_of("?# ") != std::string::npos)
+            std::abort();
+        for (unsigned char c : *valid)
             if (c < 0x20 || c == 0x7f) std::abort();
     }
     const platform::HttpRequest http =
-        network::makeBidHttpRequest(in, nlohmann::json::object(), valid ? base : "http://127.0.0.1");
+        network::makeBidHttpRequest(in, nlohmann::json::object(), valid.value_or("http://127.0.0.1"));
     if (http.crossOriginRedirects || http.method != "POST") std::abort();
 }
 
